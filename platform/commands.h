@@ -1,0 +1,14 @@
+// The system commands the providers run through popen. On Solaris these are
+// the native tools; on Linux the first four are our stand-ins, which print
+// the same formats from Linux sources. ps -aef is native on both.
+#pragma once
+
+namespace platform {
+
+const char *svcs_path();    // Solaris: /usr/bin/svcs
+const char *psrinfo_path(); // Solaris: /usr/sbin/psrinfo
+const char *pkginfo_path(); // Solaris: pkginfo (from PATH)
+const char *modinfo_path(); // Solaris: /usr/sbin/modinfo
+const char *ps_path();      // ps on both
+
+} // namespace platform

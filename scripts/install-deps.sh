@@ -1,0 +1,26 @@
+#!/bin/sh
+# Installs everything temhostd needs to build, run and be tested on Debian.
+# Safe to run again: apt-get skips what is already there.
+set -eu
+
+PKGS="build-essential cmake pkg-config clang-format libsnmp-dev snmpd snmp snmptrapd \
+libgtest-dev libbenchmark-dev python3 python3-pytest util-linux iproute2 procps psmisc"
+
+if [ "$(id -u)" -ne 0 ]; then
+    echo "install-deps.sh: run as root" >&2
+    exit 1
+fi
+
+missing=""
+for p in $PKGS; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
+done
+
+if [ -n "$missing" ]; then
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update -qq
+    # snmpd's package starts the service where it can; our test beds run their
+    # own master in private namespaces, so a host service is never relied on.
+    apt-get install -y -qq --no-install-recommends $missing
+fi
+echo "install-deps.sh: all build and test dependencies present"

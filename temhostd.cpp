@@ -1,0 +1,2 @@
+#include "temhostd.h"
+int temhostd_main(int, char **) { return 0; }
