@@ -1,2 +1,364 @@
+// temhostd: host-information subagent. Start-up, command line, main loop,
+// shutdown, module initialisation and the refresh timers.
 #include "temhostd.h"
-int temhostd_main(int, char **) { return 0; }
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include "mib-extns/mib_registration.h"
+#include "mib-extns/net_snmp.h"
+#include "mib-extns/vorMeMibGroup.h"
+
+volatile sig_atomic_t keep_running = 1;
+int do_fork = 0;
+int do_syslog = 0;
+int do_filelog = 0;
+int g_do_trap = 1;
+char *pCommunityStr = nullptr;
+int alarm_handle = 0;
+
+const char *const agent = "KY Orbeline host agent[temhostd], Version ";
+
+static const char DEFAULT_COMMUNITY[] = "quietharborlanes";
+
+// Set once the AgentX session with the master agent has opened.
+static int s_master_session_open = 0;
+
+// The daemon's option letters come first. The rest are the letters of the
+// library's own parser that take an argument: they are collected with their
+// argument for the library instead of ending the scan at the argument.
+// '+' stops the scan at the first argument that is not an option.
+static const char OPTION_LETTERS[] = "+vfslTc:dD:hVHY:m:M:O:I:P:r:t:Z:e:E:n:u:x:X:a:A:p:3:L:-:";
+
+void usage(const char *applName) {
+    printf("Usage: %s [OPTION]...\n", applName);
+    printf("\n");
+    printf("Options:\n");
+    printf("  -f         \t\tEnables forking\n");
+    printf("  -s         \t\tEnables Sys Log\n");
+    printf("  -l         \t\tEnables File Log\n");
+    printf("  -T\t\t\tDisables Trap\n");
+    printf("  -c community_str\tFor local Snmp GET\n");
+    printf("  -v         \t\tPrints version information\n");
+    printf("  -h         \t\tPrint this help and exit\n");
+}
+
+void PrintVersionInfo(void) {
+    printf("%s%d.%d\n", agent, TEMHOSTD_VERSION_MAJOR, TEMHOSTD_VERSION_MINOR);
+    fflush(stdout);
+}
+
+int isCurrentUserRoot(void) {
+    return getuid() == 0 ? 1 : 0;
+}
+
+int UnlinkPidfile(const char *pidFile) {
+    if (!pidFile) {
+        return 0;
+    }
+    return unlink(pidFile);
+}
+
+void stop_server(int) {
+    keep_running = 0;
+}
+
+static bool file_exists(const char *path) {
+    return access(path, F_OK) == 0;
+}
+
+void AssertSingleInstance(const char *pidFile) {
+    const bool unclean_previous_stop = file_exists(pidFile);
+
+    // The descriptor stays open for the life of the process: it holds the lock.
+    int fd = open(pidFile, O_RDWR | O_CREAT, 0644);
+    if (fd < 0) {
+        fprintf(stderr, "ERROR: %s: cannot open pid file '%s'\n", APPL_NAME, pidFile);
+        exit(3);
+    }
+    struct flock lock;
+    memset(&lock, 0, sizeof(lock));
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = 0;
+    lock.l_len = 0;
+    if (fcntl(fd, F_SETLK, &lock) < 0) {
+        fprintf(stderr,
+                "ERROR: %s: cannot lock pid file '%s'\nERROR: %s: another daemon instance may "
+                "be running\n",
+                APPL_NAME, pidFile, APPL_NAME);
+        exit(3);
+    }
+    // Only now, with the lock held, may the running content be replaced.
+    char buf[12];
+    int len = snprintf(buf, sizeof(buf), "%d\n", static_cast<int>(getpid()));
+    if (ftruncate(fd, 0) == 0 && write(fd, buf, static_cast<size_t>(len)) < 0) {
+        // Nothing to do: the lock, not the content, guards the instance.
+    }
+
+    if (unclean_previous_stop) {
+        // The last run died after the library had emptied the persistent
+        // file: go back to the copy saved at that run's start.
+        if (file_exists(PERSIST_SAVED_COPY)) {
+            unlink(PERSIST_FILE);
+            if (link(PERSIST_SAVED_COPY, PERSIST_FILE) != 0) {
+                // Nothing better to fall back on; the library starts afresh.
+            }
+        }
+    } else {
+        if (file_exists(PERSIST_SAVED_COPY)) {
+            unlink(PERSIST_SAVED_COPY);
+        }
+        if (link(PERSIST_FILE, PERSIST_SAVED_COPY) != 0) {
+            // No persistent file yet (first start ever): nothing to save.
+        }
+    }
+}
+
+void closeAgt(void) {
+    UnlinkPidfile(PID_FILE);
+    // Provider lists are released here as their modules join the daemon.
+    if (file_exists(PERSIST_SAVED_COPY)) {
+        unlink(PERSIST_SAVED_COPY);
+    }
+}
+
+// Hands one option that belongs to the library's parser to it. The
+// library's parser scans its vector from the start and, when it reaches the
+// end, initialises the library as a client application ("snmpapp"), which
+// would leave the daemon's own initialisation without effect. So it gets the
+// option followed by "-h" twice: the first "-h" either stops it or is taken
+// as the argument of an option that wanted one, and the second stops it for
+// certain, always before that initialisation. One option per call, so that
+// a bad option cannot keep a later good one from taking effect.
+static int hand_to_library_parser(const char *applName, const std::vector<std::string> &option) {
+    std::vector<std::string> words;
+    words.emplace_back(applName);
+    words.insert(words.end(), option.begin(), option.end());
+    words.emplace_back("-h");
+    words.emplace_back("-h");
+    std::vector<char *> vec;
+    for (std::string &w : words) {
+        vec.push_back(&w[0]); // the library may write into its arguments
+    }
+    vec.push_back(nullptr);
+
+    // Start getopt afresh: a scan position left from an earlier scan must
+    // not leak into this one.
+    char *reset_argv[] = {vec[0], nullptr};
+    optind = 0;
+    getopt(1, reset_argv, "");
+
+    const int saved_opterr = opterr;
+    opterr = 0; // the daemon's scan has already reported unknown letters
+    netsnmp_session session;
+    int rc =
+        snmp_parse_args(static_cast<int>(words.size()), vec.data(), &session, nullptr, nullptr);
+    opterr = saved_opterr;
+    return rc;
+}
+
+// The daemon's option scan. -v and -h, and the library's request to stop,
+// end the process with status 0. Options for the library are collected
+// during the scan and handed over after it: the library's parser runs its
+// own getopt scan, which must not interleave with the daemon's.
+static void scan_options(int argc, char **argv) {
+    std::vector<std::vector<std::string>> library_options;
+    int c;
+    while ((c = getopt(argc, argv, OPTION_LETTERS)) != -1) {
+        switch (c) {
+        case 'v':
+            PrintVersionInfo();
+            exit(0);
+        case 'h':
+            usage(argv[0]);
+            exit(0);
+        case 'f':
+            do_fork = 1;
+            break;
+        case 's':
+            do_syslog = 1;
+            break;
+        case 'l':
+            do_filelog = 1;
+            break;
+        case 'T':
+            g_do_trap = 0;
+            break;
+        case 'c':
+            pCommunityStr = optarg;
+            break;
+        case '?': {
+            // An unknown letter goes to the library; a known letter that
+            // lacks its argument has been reported by getopt already.
+            const char *known = optopt ? strchr(OPTION_LETTERS + 1, optopt) : nullptr;
+            if (!(known && known[1] == ':')) {
+                library_options.push_back(
+                    {std::string("-") + static_cast<char>(optopt ? optopt : '?')});
+            }
+            break;
+        }
+        default:
+            library_options.push_back({std::string("-") + static_cast<char>(c)});
+            if (optarg) {
+                library_options.back().emplace_back(optarg);
+            }
+            break;
+        }
+    }
+    for (const auto &option : library_options) {
+        if (hand_to_library_parser(argv[0], option) == NETSNMP_PARSE_ARGS_SUCCESS_EXIT) {
+            exit(0);
+        }
+    }
+}
+
+static void choose_log_destination(void) {
+    static char logfile[1025];
+    memset(logfile, 0, sizeof(logfile));
+    if (do_syslog) {
+        snmp_enable_calllog();
+        snmp_enable_syslog_ident(APPL_NAME, LOG_DAEMON);
+    } else if (do_filelog) {
+        strncpy(logfile, FILE_LOG_PATH, sizeof(logfile) - 1);
+        snmp_enable_filelog(logfile, 1);
+    } else {
+        snmp_enable_stderrlog();
+    }
+}
+
+static void detach(void) {
+    pid_t pid = fork();
+    if (pid < 0) {
+        snmp_log(LOG_ERR, "bad fork - %s\n", strerror(errno));
+        _exit(1);
+    }
+    if (pid > 0) {
+        _exit(0);
+    }
+    if (setsid() < 0) {
+        snmp_log(LOG_ERR, "bad setsid - %s\n", strerror(errno));
+        _exit(1);
+    }
+    int fd = open("/dev/null", O_RDWR);
+    if (fd >= 0) {
+        dup2(fd, 0);
+        dup2(fd, 1);
+        dup2(fd, 2);
+        if (fd > 2) {
+            close(fd);
+        }
+    }
+}
+
+static int master_session_opened(int, int, void *, void *) {
+    s_master_session_open = 1;
+    return SNMPERR_SUCCESS;
+}
+
+static void install_signal_handlers(void) {
+    struct sigaction sa;
+    memset(&sa, 0, sizeof(sa));
+    sa.sa_handler = stop_server;
+    sigemptyset(&sa.sa_mask);
+    // No SA_RESTART: the signal must interrupt the blocking wait of the loop.
+    sigaction(SIGTERM, &sa, nullptr);
+    sigaction(SIGINT, &sa, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+}
+
+int temhostd_main(int argc, char **argv) {
+    scan_options(argc, argv);
+    if (!pCommunityStr) {
+        pCommunityStr = const_cast<char *>(DEFAULT_COMMUNITY);
+    }
+    choose_log_destination();
+
+    if (!isCurrentUserRoot()) {
+        snmp_log(LOG_ERR,
+                 "\nERROR: Unable to load KY Orbeline Host agent daemon.\n[%s] requires root "
+                 "privilages. Login as root and try again!\n",
+                 argv[0]);
+        exit(2);
+    }
+    snmp_log(LOG_INFO, "Starting %s%d.%d\n", agent, TEMHOSTD_VERSION_MAJOR, TEMHOSTD_VERSION_MINOR);
+
+    netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, 1);
+    // The saved copy covers the persistent file only if the library keeps
+    // it in the same directory.
+    netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_PERSISTENT_DIR, PERSIST_DIR);
+    // Reconnect on our own when the master agent restarts while we serve.
+    netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, 15);
+    // Every OID the daemon uses is numeric: loading the host's MIB files
+    // would only cost start-up time and memory. An operator's MIBS (or -m)
+    // still wins.
+    setenv("MIBS", "", 0);
+
+    if (do_fork) {
+        detach();
+    }
+    AssertSingleInstance(PID_FILE);
+
+    snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START,
+                           master_session_opened, nullptr);
+    if (init_agent(APPL_NAME) != 0) {
+        snmp_log(LOG_ERR, "Error: Could not initialize connection to Master SNMP daemon. \nCheck "
+                          "whether the master agent is running.\n");
+        exit(1);
+    }
+    init_modules();
+    keep_running = 1;
+    // The library opens the AgentX session while it reads the configuration,
+    // so only after init_snmp is it known whether a master answered.
+    init_snmp(APPL_NAME);
+    if (!s_master_session_open) {
+        snmp_log(LOG_ERR, "Error: Could not initialize connection to Master SNMP daemon. \nCheck "
+                          "whether the master agent is running.\n");
+        exit(1);
+    }
+    snmp_log(LOG_INFO, "%s%d.%d [Ready]\n", agent, TEMHOSTD_VERSION_MAJOR, TEMHOSTD_VERSION_MINOR);
+
+    refresh_data();
+    refresh_cpu_data();
+    install_signal_handlers();
+
+    int rc = 0;
+    while (keep_running) {
+        rc = agent_check_and_process(1);
+        netsnmp_check_outstanding_agent_requests();
+    }
+
+    closeAgt();
+    snmp_log(LOG_INFO, "Stopping %s%d.%d\n", agent, TEMHOSTD_VERSION_MAJOR, TEMHOSTD_VERSION_MINOR);
+    snmp_shutdown(APPL_NAME);
+    return rc;
+}
+
+// ---------------------------------------------------------------------------
+// Module initialisation and refresh scheduling
+
+void init_modules(void) {
+    init_vorMeMibGroup();
+}
+
+void refresh_data(unsigned int, void *) {
+    static int b_AlarmSet = 0;
+    VOR_DEBUG("vorHostd", "refreshing data\n");
+    if (g_osCommonPollFrequency != 0 && !b_AlarmSet) {
+        alarm_handle = static_cast<int>(snmp_alarm_register(
+            static_cast<unsigned int>(g_osCommonPollFrequency), SA_REPEAT, refresh_data, nullptr));
+        b_AlarmSet = 1;
+    }
+}
+
+void refresh_cpu_data(void) {
+    VOR_DEBUG("vorHostd", "registering cpu data refresh\n");
+}

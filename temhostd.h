@@ -2,13 +2,15 @@
 // refresh timers. Globals here are shared with the modules that read them.
 #pragma once
 
-extern int keep_running;
+#include <csignal>
+
+extern volatile sig_atomic_t keep_running; // cleared by the SIGTERM/SIGINT handler
 extern int do_fork;
 extern int do_syslog;
 extern int do_filelog;
-extern int g_do_trap;         // 0 after -T: no traps are sent
-extern char *pCommunityStr;   // -c argument, or the built-in default
-extern int alarm_handle;      // id of the general refresh alarm, 0 when none
+extern int g_do_trap;       // 0 after -T: no traps are sent
+extern char *pCommunityStr; // -c argument, or the built-in default
+extern int alarm_handle;    // id of the general refresh alarm, 0 when none
 
 extern const char *const agent;
 #define TEMHOSTD_VERSION_MAJOR 2

@@ -63,8 +63,7 @@ void set_text_value(netsnmp_request_info *request, const char *text) {
     snmp_set_var_typed_value(request->requestvb, ASN_OCTET_STR, text, strlen(text));
 }
 
-int serve_integer(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests,
-                  long value) {
+int serve_integer(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests, long value) {
     if (reqinfo->mode != MODE_GET) {
         return SNMP_ERR_GENERR;
     }
@@ -81,8 +80,7 @@ int serve_text(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *reques
     return SNMP_ERR_NOERROR;
 }
 
-int refuse_request(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request,
-                   int status) {
+int refuse_request(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request, int status) {
     netsnmp_set_request_error(reqinfo, request, status);
     return status;
 }

@@ -37,15 +37,14 @@ struct TableIteratorSpec {
     unsigned int max_column;
     Netsnmp_First_Data_Point *get_first;
     Netsnmp_Next_Data_Point *get_next;
-    const char *debug_token;   // token of the registering message
-    const char *registering;   // message written just before registration
+    const char *debug_token; // token of the registering message
+    const char *registering; // message written just before registration
 };
 bool register_table_iterator(const TableIteratorSpec &spec);
 
 // Read-only scalar shape: noError with the value in MODE_GET, genErr in any
 // other mode (the value is then left untouched).
-int serve_integer(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests,
-                  long value);
+int serve_integer(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests, long value);
 int serve_text(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests,
                const char *text);
 
@@ -56,8 +55,7 @@ void set_text_value(netsnmp_request_info *request, const char *text);
 
 // Marks the request with an error status and returns that status, as the
 // RESERVE1 refusals do.
-int refuse_request(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request,
-                   int status);
+int refuse_request(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request, int status);
 
 // RESERVE1 check of a text object: OCTET STRING (else wrongType) of at most
 // max_len octets (else wrongLength). Logs under token on refusal.

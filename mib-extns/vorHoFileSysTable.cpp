@@ -1,0 +1,146 @@
+#include "mib-extns/vorHoFileSysTable.h"
+
+#include "interface/KyOrblHostFs_interface.h"
+#include "mib-extns/mib_registration.h"
+#include "mib-extns/object_map.h"
+#include "mib-extns/vorMeMibGroup.h"
+
+#define FS_TABLE_TOKEN "vorHoFileSysTable:initialize_table_vorHoFileSysTable"
+#define FS_TABLE_MAX_COLUMN 7
+
+static time_t system_clock() {
+    return time(nullptr);
+}
+
+static vorHoFileSysTable_clock_fn s_clock = system_clock;
+
+// Pacing of the on-demand rebuild, used only by the first-row callback;
+// prev_req_time is 0 until the first on-demand rebuild.
+static time_t cur_time = 0;
+static time_t prev_req_time = 0;
+
+void vorHoFileSysTable_set_clock(vorHoFileSysTable_clock_fn clock) {
+    s_clock = clock ? clock : system_clock;
+    cur_time = 0;
+    prev_req_time = 0;
+}
+
+void init_vorHoFileSysTable(void) {
+    initialize_table_vorHoFileSysTable();
+}
+
+void initialize_table_vorHoFileSysTable(void) {
+    VOR_DEBUG(FS_TABLE_TOKEN, "<START>\n");
+    TableIteratorSpec spec{};
+    spec.name = "vorHoFileSysTable";
+    spec.handler = vorHoFileSysTable_handler;
+    spec.table_oid = vorHoFileSysTable_oid;
+    spec.oid_len = OID_LENGTH(vorHoFileSysTable_oid);
+    spec.max_column = FS_TABLE_MAX_COLUMN;
+    spec.get_first = vorHoFileSysTable_get_first_data_point;
+    spec.get_next = vorHoFileSysTable_get_next_data_point;
+    spec.debug_token = FS_TABLE_TOKEN;
+    spec.registering = "Registering table vorHoFileSysTable as a table iterator\n";
+    register_table_iterator(spec); // a failed allocation leaves the table unserved
+}
+
+static netsnmp_variable_list *hand_out_row(vorHost_fs_usage_t *node, void **my_loop_context,
+                                           void **my_data_context,
+                                           netsnmp_variable_list *put_index_data) {
+    *my_loop_context = node;
+    *my_data_context = node;
+    const int32_t index = node->pFsUsage->index;
+    snmp_set_var_value(put_index_data, &index, sizeof(index));
+    return put_index_data;
+}
+
+netsnmp_variable_list *vorHoFileSysTable_get_first_data_point(void **my_loop_context,
+                                                              void **my_data_context,
+                                                              netsnmp_variable_list *put_index_data,
+                                                              netsnmp_iterator_info *) {
+    // With the timed refresh off, a walk brings the list up to date itself,
+    // but no more often than every 10 seconds so that the repeated first-row
+    // calls of one walk (one per GETNEXT) see the same rows. The rebuild
+    // happens before any node is handed out.
+    if (g_osCommonPollFrequency == 0) {
+        cur_time = s_clock();
+        if (prev_req_time == 0 || prev_req_time + FS_ON_DEMAND_MIN_INTERVAL <= cur_time) {
+            prev_req_time = cur_time;
+            refresh_flist_CB();
+        }
+    }
+    if (!FileSysUsageList) {
+        return nullptr;
+    }
+    return hand_out_row(FileSysUsageList, my_loop_context, my_data_context, put_index_data);
+}
+
+netsnmp_variable_list *vorHoFileSysTable_get_next_data_point(void **my_loop_context,
+                                                             void **my_data_context,
+                                                             netsnmp_variable_list *put_index_data,
+                                                             netsnmp_iterator_info *) {
+    const auto *current = static_cast<vorHost_fs_usage_t *>(*my_loop_context);
+    if (!current || !current->next) {
+        return nullptr;
+    }
+    return hand_out_row(current->next, my_loop_context, my_data_context, put_index_data);
+}
+
+static void serve_column(netsnmp_request_info *request, unsigned int column, const fs_usage *fsp) {
+    switch (column) {
+    case 1:
+        set_integer_value(request, fsp->index);
+        break;
+    case 2:
+        set_text_value(request, fsp->vorHoFileSysDesc);
+        break;
+    case 3:
+        set_integer_value(request, fsp->fsu_totalMB);
+        break;
+    case 4:
+        set_integer_value(request, fsp->fsu_usedMB);
+        break;
+    case 5:
+        set_integer_value(request, fs_served_percent(fsp));
+        break;
+    case 6:
+        set_integer_value(request, fs_served_files(fsp));
+        break;
+    case 7:
+        set_integer_value(request, fs_served_files_used(fsp));
+        break;
+    default:
+        snmp_log(LOG_ERR, "problem encountered in vorHoFileSysTable_handler: unknown column\n");
+        break;
+    }
+}
+
+int vorHoFileSysTable_handler(netsnmp_mib_handler *, netsnmp_handler_registration *,
+                              netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
+    for (netsnmp_request_info *request = requests; request; request = request->next) {
+        if (request->processed) {
+            continue;
+        }
+        const auto *row =
+            static_cast<const vorHost_fs_usage_t *>(netsnmp_extract_iterator_context(request));
+        if (!row) {
+            netsnmp_set_request_error(reqinfo, request,
+                                      reqinfo->mode == MODE_GET ? SNMP_NOSUCHINSTANCE
+                                                                : SNMP_ERR_NOCREATION);
+            continue;
+        }
+        const netsnmp_table_request_info *table_info = netsnmp_extract_table_info(request);
+        if (!table_info) {
+            continue;
+        }
+        if (reqinfo->mode == MODE_GET) {
+            serve_column(request, table_info->colnum, row->pFsUsage);
+        } else {
+            // No column is writable: a SET of an existing row is accepted
+            // and changes nothing.
+            snmp_log(LOG_ERR,
+                     "problem encountered in vorHoFileSysTable_handler: unsupported mode\n");
+        }
+    }
+    return SNMP_ERR_NOERROR;
+}

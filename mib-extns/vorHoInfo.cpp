@@ -1,0 +1,140 @@
+#include "mib-extns/vorHoInfo.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "interface/KyOrblHostOsInfo_interface.h"
+#include "mib-extns/mib_registration.h"
+#include "mib-extns/object_map.h"
+
+#define HO_TEXT_LEN 256
+
+static char sSystemRole[SYS_ROLE_MAX_LEN + 1];
+static char sSystemRoleDetail[SYS_ROLE_DETAIL_MAX_LEN + 1];
+
+// The last value each read-only object served.
+static char psHoName[HO_TEXT_LEN];
+static char psHoVersion[HO_TEXT_LEN];
+static char psHoDesc[HO_TEXT_LEN];
+static int iHostOsType;
+static int iTelnetaVailable;
+
+void init_vorHoInfo(void) {
+    VOR_DEBUG("vorHoDesc", "Initializing\n");
+    REGISTER_RO_SCALAR(vorHoName);
+    REGISTER_RO_SCALAR(vorHoVersion);
+    REGISTER_RO_SCALAR(vorHoDesc);
+    REGISTER_RO_SCALAR(vorHoOsType);
+    REGISTER_RO_SCALAR(vorHoTelnet);
+    REGISTER_RW_SCALAR(vorHoSystemRole, do_vorHoSystemRole);
+    REGISTER_RW_SCALAR(vorHoSystemRoleDetail, do_vorHoSystemRoleDetail);
+    // The role tokens of the persistent file are registered here, last, once
+    // the persistent-state code exists; until then both roles start empty.
+}
+
+static void store_text(char *buf, size_t bufsize, const char *value, size_t len) {
+    memset(buf, 0, bufsize);
+    len = std::min(len, bufsize - 1);
+    if (value && len > 0) {
+        memcpy(buf, value, len);
+    }
+}
+
+const char *get_system_role(void) {
+    return sSystemRole;
+}
+const char *get_system_role_detail(void) {
+    return sSystemRoleDetail;
+}
+
+void set_system_role(const char *value, size_t len) {
+    store_text(sSystemRole, sizeof(sSystemRole), value, len);
+}
+
+void set_system_role_detail(const char *value, size_t len) {
+    store_text(sSystemRoleDetail, sizeof(sSystemRoleDetail), value, len);
+}
+
+typedef int (*os_text_fn)(char *buf, size_t len);
+
+static int serve_os_text(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests,
+                         char *buf, os_text_fn provider) {
+    // Cleared first: a provider that fails leaves an empty string, not the
+    // previous answer.
+    memset(buf, 0, HO_TEXT_LEN);
+    if (reqinfo->mode != MODE_GET) {
+        return SNMP_ERR_GENERR;
+    }
+    provider(buf, HO_TEXT_LEN);
+    set_text_value(requests, buf);
+    return SNMP_ERR_NOERROR;
+}
+
+int get_vorHoName(netsnmp_mib_handler *, netsnmp_handler_registration *,
+                  netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
+    return serve_os_text(reqinfo, requests, psHoName, get_HostOSName);
+}
+
+int get_vorHoVersion(netsnmp_mib_handler *, netsnmp_handler_registration *,
+                     netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
+    return serve_os_text(reqinfo, requests, psHoVersion, get_HostOSVersion);
+}
+
+int get_vorHoDesc(netsnmp_mib_handler *, netsnmp_handler_registration *,
+                  netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
+    return serve_os_text(reqinfo, requests, psHoDesc, get_HostOSDesc);
+}
+
+int get_vorHoOsType(netsnmp_mib_handler *, netsnmp_handler_registration *,
+                    netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
+    if (reqinfo->mode != MODE_GET) {
+        return SNMP_ERR_GENERR;
+    }
+    iHostOsType = get_HostOSType();
+    return serve_integer(reqinfo, requests, iHostOsType);
+}
+
+int get_vorHoTelnet(netsnmp_mib_handler *, netsnmp_handler_registration *,
+                    netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
+    if (reqinfo->mode != MODE_GET) {
+        return SNMP_ERR_GENERR;
+    }
+    iTelnetaVailable = get_HostOSTelnet();
+    return serve_integer(reqinfo, requests, iTelnetaVailable);
+}
+
+// The two role objects differ only in buffer, limit and debug token.
+static int do_role(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests, char *buf,
+                   size_t bufsize, const char *token) {
+    switch (reqinfo->mode) {
+    case MODE_GET:
+        set_text_value(requests, buf);
+        return SNMP_ERR_NOERROR;
+    case MODE_SET_RESERVE1:
+        return check_text_value(reqinfo, requests, bufsize - 1, token);
+    case MODE_SET_ACTION: {
+        const netsnmp_variable_list *var = requests->requestvb;
+        store_text(buf, bufsize, reinterpret_cast<const char *>(var->val.string), var->val_len);
+        return SNMP_ERR_NOERROR;
+    }
+    case MODE_SET_RESERVE2:
+    case MODE_SET_COMMIT:
+    case MODE_SET_FREE:
+    case MODE_SET_UNDO:
+        // The previous value is not kept, so an undo has nothing to restore.
+        return SNMP_ERR_NOERROR;
+    default:
+        return SNMP_ERR_GENERR;
+    }
+}
+
+int do_vorHoSystemRole(netsnmp_mib_handler *, netsnmp_handler_registration *,
+                       netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
+    return do_role(reqinfo, requests, sSystemRole, sizeof(sSystemRole), "vorSystemRole");
+}
+
+int do_vorHoSystemRoleDetail(netsnmp_mib_handler *, netsnmp_handler_registration *,
+                             netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
+    return do_role(reqinfo, requests, sSystemRoleDetail, sizeof(sSystemRoleDetail),
+                   "vorSystemRoleDetail");
+}

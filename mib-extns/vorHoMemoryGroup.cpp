@@ -1,0 +1,46 @@
+#include "mib-extns/vorHoMemoryGroup.h"
+
+#include "interface/KyOrblHostMemory_interface.h"
+#include "mib-extns/mib_registration.h"
+#include "mib-extns/object_map.h"
+
+void init_vorHoMemoryGroup(void) {
+    VOR_DEBUG("vorHoMemoryGroup", "Initializing\n");
+    REGISTER_RO_SCALAR(vorHoPhysicalMemorySize);
+    REGISTER_RO_SCALAR(vorHoPhysicalMemoryFree);
+    REGISTER_RO_SCALAR(vorHoPagingMemorySize);
+    REGISTER_RO_SCALAR(vorHoPagingMemoryFree);
+}
+
+// The figure is computed only for a GET: no other mode should pay for a
+// swapctl or a kernel statistics read.
+template <typename Figure>
+static int serve_figure(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests,
+                        Figure figure) {
+    if (reqinfo->mode != MODE_GET) {
+        return SNMP_ERR_GENERR;
+    }
+    return serve_integer(reqinfo, requests, figure());
+}
+
+int get_vorHoPhysicalMemorySize(netsnmp_mib_handler *, netsnmp_handler_registration *,
+                                netsnmp_agent_request_info *reqinfo,
+                                netsnmp_request_info *requests) {
+    return serve_figure(reqinfo, requests, get_PhysicalMemorySizeMB);
+}
+
+int get_vorHoPhysicalMemoryFree(netsnmp_mib_handler *, netsnmp_handler_registration *,
+                                netsnmp_agent_request_info *reqinfo,
+                                netsnmp_request_info *requests) {
+    return serve_figure(reqinfo, requests, get_PhysicalMemoryFreeMB);
+}
+
+int get_vorHoPagingMemorySize(netsnmp_mib_handler *, netsnmp_handler_registration *,
+                              netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
+    return serve_figure(reqinfo, requests, get_VirtualMemorySizeMB);
+}
+
+int get_vorHoPagingMemoryFree(netsnmp_mib_handler *, netsnmp_handler_registration *,
+                              netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
+    return serve_figure(reqinfo, requests, get_VirtualMemoryFreeMB);
+}

@@ -1,0 +1,11 @@
+// Memory group: physical memory and paging space in MB, read-only.
+#pragma once
+
+#include "mib-extns/net_snmp.h"
+
+void init_vorHoMemoryGroup(void);
+
+Netsnmp_Node_Handler get_vorHoPhysicalMemorySize;
+Netsnmp_Node_Handler get_vorHoPhysicalMemoryFree;
+Netsnmp_Node_Handler get_vorHoPagingMemorySize;
+Netsnmp_Node_Handler get_vorHoPagingMemoryFree;

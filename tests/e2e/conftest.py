@@ -1,0 +1,246 @@
+"""Test bed: Debian's snmpd as AgentX master, temhostd as subagent, and
+Net-SNMP's command-line tools as the manager. Runs only inside the private
+namespaces that run.sh sets up; every test gets fresh tmpfs state and every
+process started is stopped again, also when the test fails."""
+
+import os
+import re
+import signal
+import subprocess
+import time
+
+import pytest
+
+BUILD = os.environ.get("TEMHOSTD_BUILD", "")
+DAEMON = os.path.join(BUILD, "bin", "temhostd")
+ROOT = "1.3.6.1.4.1.32473.11"
+RO_COMMUNITY = "meadow"
+RW_COMMUNITY = "harbor"
+AGENT = "127.0.0.1"
+
+# Fresh for every test: what the master and the daemon write.
+FRESH_DIRS = ["/run", "/var/agentx", "/var/sma_snmp", "/var/lib/snmp", "/var/log", "/etc/snmp"]
+
+MASTER_CONF = """agentaddress udp:127.0.0.1:161
+master agentx
+rocommunity {ro} 127.0.0.1
+rwcommunity {rw} 127.0.0.1
+""".format(ro=RO_COMMUNITY, rw=RW_COMMUNITY)
+
+PERSIST_FILE = "/var/sma_snmp/temhostd.conf"
+SAVED_COPY = "/var/sma_snmp/temhostd.conf.saf"
+PID_FILE = "/var/run/temhostd.pid"
+
+
+def wait_for(predicate, timeout=10.0, interval=0.1, what="condition"):
+    deadline = time.monotonic() + timeout
+    while time.monotonic() < deadline:
+        result = predicate()
+        if result:
+            return result
+        time.sleep(interval)
+    raise AssertionError("timed out waiting for " + what)
+
+
+class SnmpError(Exception):
+    def __init__(self, reason, output):
+        super().__init__(reason + ": " + output)
+        self.reason = reason
+
+
+class Value:
+    """One variable binding as the tools print it with -On."""
+
+    def __init__(self, oid, kind, text):
+        self.oid, self.kind, self.text = oid, kind, text
+
+    @property
+    def int(self):
+        return int(self.text)
+
+    @property
+    def str(self):
+        t = self.text
+        if t.startswith('"') and t.endswith('"'):
+            t = t[1:-1]
+        return t
+
+    def __repr__(self):
+        return "%s = %s: %s" % (self.oid, self.kind, self.text)
+
+
+_LINE = re.compile(r'^(\.[0-9.]+) = (?:([A-Za-z0-9-]+): )?(.*)$')
+
+
+def parse_values(output):
+    values = []
+    for line in output.splitlines():
+        m = _LINE.match(line)
+        if m:
+            values.append(Value(m.group(1).lstrip("."), m.group(2) or "", m.group(3)))
+        elif values:
+            # a multi-line string value continues here
+            values[-1].text += "\n" + line
+    return values
+
+
+def tool(cmd, *args, community=RO_COMMUNITY, version="2c", timeout=30):
+    argv = [cmd, "-v", version, "-c", community, "-On", "-Oe", "-t", "3", "-r", "1",
+            *args]
+    proc = subprocess.run(argv, capture_output=True, text=True, timeout=timeout,
+                          env=dict(os.environ, MIBS=""))
+    out = proc.stdout + proc.stderr
+    m = re.search(r"Reason: \(?(\w+)\)?", out)
+    if m:
+        raise SnmpError(m.group(1), out)
+    if proc.returncode != 0:
+        raise SnmpError("failed", out)
+    return out
+
+
+def get(*oids):
+    values = parse_values(tool("snmpget", AGENT, *oids))
+    return values[0] if len(oids) == 1 else values
+
+
+def getnext(oid):
+    return parse_values(tool("snmpgetnext", AGENT, oid))[0]
+
+
+def walk(oid=ROOT, bulk=False):
+    return parse_values(tool("snmpbulkwalk" if bulk else "snmpwalk", AGENT, oid))
+
+
+def set_(*triples, community=RW_COMMUNITY):
+    """set_((oid, type, value), ...): type is the tools' letter (i, s, ...)."""
+    args = []
+    for oid, kind, value in triples:
+        args += [oid, kind, str(value)]
+    return parse_values(tool("snmpset", AGENT, *args, community=community))
+
+
+def set_error(*triples):
+    with pytest.raises(SnmpError) as e:
+        set_(*triples)
+    return e.value.reason
+
+
+class Process:
+    def __init__(self, argv, log_path, **kw):
+        self.log_path = log_path
+        self.log = open(log_path, "ab")
+        self.proc = subprocess.Popen(argv, stdout=self.log, stderr=subprocess.STDOUT,
+                                     stdin=subprocess.DEVNULL, **kw)
+
+    @property
+    def pid(self):
+        return self.proc.pid
+
+    def running(self):
+        return self.proc.poll() is None
+
+    def stop(self, sig=signal.SIGTERM, timeout=10):
+        if self.running():
+            self.proc.send_signal(sig)
+            try:
+                self.proc.wait(timeout)
+            except subprocess.TimeoutExpired:
+                self.proc.kill()
+                self.proc.wait()
+        self.log.close()
+        return self.proc.returncode
+
+    def output(self):
+        if not self.log.closed:
+            self.log.flush()
+        with open(self.log_path, "rb") as f:
+            return f.read().decode(errors="replace")
+
+
+class Bed:
+    def __init__(self):
+        self.master = None
+        self.daemons = []
+
+    # -- master agent ------------------------------------------------------
+    def start_master(self, extra_conf=""):
+        with open("/etc/snmp/snmpd.conf", "w") as f:
+            f.write(MASTER_CONF + extra_conf)
+        self.master = Process(["/usr/sbin/snmpd", "-f", "-Lf", "/var/log/master.log",
+                               "-p", "/run/snmpd.pid"], "/var/log/master.out")
+        wait_for(lambda: os.path.exists("/var/agentx/master") and self._master_answers(),
+                 what="the master agent")
+
+    def _master_answers(self):
+        try:
+            get("1.3.6.1.2.1.1.3.0")
+            return True
+        except (SnmpError, subprocess.TimeoutExpired):
+            return False
+
+    # -- the daemon --------------------------------------------------------
+    def write_persistent(self, text):
+        os.makedirs("/var/sma_snmp", exist_ok=True)
+        with open(PERSIST_FILE, "w") as f:
+            f.write(text)
+
+    def start_daemon(self, *args, wait=True, user=None):
+        argv = [DAEMON, *args]
+        if user is not None:
+            argv = ["setpriv", "--reuid", str(user), "--regid", str(user), "--clear-groups",
+                    *argv]
+        d = Process(argv, "/var/log/temhostd-%d.out" % len(self.daemons))
+        self.daemons.append(d)
+        if wait:
+            wait_for(lambda: self._daemon_answers(d), timeout=20, what="temhostd to answer")
+        return d
+
+    def _daemon_answers(self, d):
+        if not d.running():
+            raise AssertionError("temhostd exited with %s:\n%s" % (d.proc.returncode,
+                                                                   d.output()))
+        try:
+            get(ROOT + ".1.1.0")
+            return True
+        except SnmpError:
+            return False
+
+    def run_daemon(self, *args, user=None, timeout=20):
+        """Runs the daemon to completion; returns (status, stdout, stderr)."""
+        argv = [DAEMON, *args]
+        if user is not None:
+            argv = ["setpriv", "--reuid", str(user), "--regid", str(user), "--clear-groups",
+                    *argv]
+        p = subprocess.run(argv, capture_output=True, text=True, timeout=timeout,
+                           stdin=subprocess.DEVNULL)
+        return p.returncode, p.stdout, p.stderr
+
+    def stop_all(self):
+        for d in self.daemons:
+            d.stop()
+        if self.master:
+            self.master.stop()
+
+
+def _mount_fresh(path):
+    os.makedirs(path, exist_ok=True)
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", path], check=True)
+
+
+@pytest.fixture
+def bed():
+    if not os.environ.get("TEMHOSTD_BUILD"):
+        pytest.skip("run through tests/e2e/run.sh")
+    mounted = []
+    try:
+        for d in FRESH_DIRS:
+            _mount_fresh(d)
+            mounted.append(d)
+        b = Bed()
+        try:
+            yield b
+        finally:
+            b.stop_all()
+    finally:
+        for d in reversed(mounted):
+            subprocess.run(["umount", "-l", d], check=False)
