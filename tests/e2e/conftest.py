@@ -27,6 +27,10 @@ rocommunity {ro} 127.0.0.1
 rwcommunity {rw} 127.0.0.1
 """.format(ro=RO_COMMUNITY, rw=RW_COMMUNITY)
 
+# The subagent registers its objects with the master one by one: the daemon
+# is ready when an object of every module answers, the last registered too.
+READY_OIDS = [ROOT + ".1.1.0", ROOT + ".2.1.4.1.0"]
+
 PERSIST_FILE = "/var/sma_snmp/temhostd.conf"
 SAVED_COPY = "/var/sma_snmp/temhostd.conf.saf"
 PID_FILE = "/var/run/temhostd.pid"
@@ -200,8 +204,9 @@ class Bed:
             raise AssertionError("temhostd exited with %s:\n%s" % (d.proc.returncode,
                                                                    d.output()))
         try:
-            get(ROOT + ".1.1.0")
-            return True
+            values = get(*READY_OIDS)
+            values = values if isinstance(values, list) else [values]
+            return all(v.kind for v in values)  # "No Such Object" has no type
         except SnmpError:
             return False
 
