@@ -1,0 +1,6 @@
+#!/bin/sh
+# Configures and builds temhostd in build/ (warnings are errors).
+set -eu
+cd "$(dirname "$0")/.."
+cmake -S . -B build -DTEMHOSTD_WERROR=ON >/dev/null
+cmake --build build -j"$(nproc)"

@@ -1,0 +1,19 @@
+#!/bin/sh
+# Installs what is needed, builds, and runs every test: the unit tests under
+# AddressSanitizer and UBSan, then all unit and end-to-end tests of the
+# normal build through ctest (whose summary closes the output).
+set -eu
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh
+
+echo "== formatting"
+git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
+
+echo "== unit tests under AddressSanitizer and UBSan"
+cmake -S . -B build-asan -DTEMHOSTD_SANITIZE=ON -DTEMHOSTD_WERROR=ON >/dev/null
+cmake --build build-asan -j"$(nproc)"
+ctest --test-dir build-asan -L unit --output-on-failure
+
+echo "== all tests"
+scripts/build.sh
+ctest --test-dir build --output-on-failure

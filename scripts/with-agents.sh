@@ -1,0 +1,41 @@
+#!/bin/sh
+# Inside a private host (scripts/in-private-host.sh): starts snmpd as AgentX
+# master on 127.0.0.1:161 (read-only community "meadow") and temhostd as its
+# subagent, runs the given command once both answer, then stops the daemon
+# and the master, in that order.
+#
+# Usage: scripts/with-agents.sh BUILD_DIR COMMAND [ARG...]
+set -eu
+build=$1
+shift
+export MIBS=
+mkdir -p /var/agentx /var/sma_snmp /etc/snmp
+cat > /etc/snmp/snmpd.conf <<'CONF'
+agentaddress udp:127.0.0.1:161
+master agentx
+rocommunity meadow 127.0.0.1
+CONF
+
+# Polls until "$@" succeeds, for at most 20 seconds.
+wait_until() {
+    i=0
+    until "$@" >/dev/null 2>&1; do
+        i=$((i + 1))
+        [ $i -le 100 ] || return 1
+        sleep 0.2
+    done
+}
+answers() { snmpget -v2c -c meadow -t 1 -r 0 127.0.0.1 "$1" | grep -q -e INTEGER -e Timeticks; }
+
+/usr/sbin/snmpd -f -Lf /var/log/snmpd-master.log -p /run/snmpd.pid &
+master=$!
+daemon=
+# The daemon stops before its master, so it never sees the master vanish.
+trap 'if [ -n "$daemon" ]; then kill -TERM $daemon; wait $daemon || true; fi; kill -TERM $master; wait' EXIT
+wait_until answers 1.3.6.1.2.1.1.3.0 || { echo "the master agent did not start" >&2; exit 1; }
+
+"$build/bin/temhostd" &
+daemon=$!
+# Ready when the daemon's last registered object answers through the master.
+wait_until answers 1.3.6.1.4.1.32473.11.2.1.4.1.0 || { echo "temhostd did not answer" >&2; exit 1; }
+"$@"
