@@ -11,6 +11,8 @@ namespace platform {
 // /var/lib/dpkg, /etc). Empty by default: the live host.
 void set_host_root(const std::string &root);
 std::string host_path(const char *path);
+// The prefix itself (empty for the live host).
+const std::string &host_root();
 
 // Directory of the command stand-ins (svcs, psrinfo, pkginfo, modinfo).
 // Defaults to ../libexec/temhostd beside the running executable, which holds

@@ -41,7 +41,7 @@ typedef struct kstat {
     int ks_instance;
     char ks_name[KSTAT_STRLEN];
     uchar_t ks_type;
-    void *ks_data;       // kstat_named_t[ks_ndata] or one raw record
+    void *ks_data; // kstat_named_t[ks_ndata] or one raw record
     uint_t ks_ndata;
     size_t ks_data_size; // bytes at ks_data
 } kstat_t;

@@ -1,0 +1,8 @@
+// Solaris modinfo stand-in; the format lives in platform/standins.cpp.
+#include "platform/standins.h"
+
+#include <iostream>
+
+int main(int argc, char **argv) {
+    return platform::run_modinfo(argc, argv, std::cout, std::cerr);
+}

@@ -1,0 +1,8 @@
+// Solaris psrinfo stand-in; the format lives in platform/standins.cpp.
+#include "platform/standins.h"
+
+#include <iostream>
+
+int main(int argc, char **argv) {
+    return platform::run_psrinfo(argc, argv, std::cout, std::cerr);
+}

@@ -1,0 +1,54 @@
+#include "platform/commands.h"
+
+#include "platform/host_paths.h"
+
+#include <string>
+
+namespace platform {
+
+namespace {
+
+// Callers keep the returned pointers, so each path lives in a string that is
+// only rewritten when the command directory has actually changed.
+struct CommandPath {
+    std::string dir;
+    std::string path;
+};
+
+const char *stand_in(CommandPath &cache, const char *name) {
+    const std::string &dir = command_dir();
+    if (cache.path.empty() || cache.dir != dir) {
+        cache.dir = dir;
+        cache.path = dir + "/" + name;
+    }
+    return cache.path.c_str();
+}
+
+} // namespace
+
+const char *svcs_path() {
+    static CommandPath cache;
+    return stand_in(cache, "svcs");
+}
+
+const char *psrinfo_path() {
+    static CommandPath cache;
+    return stand_in(cache, "psrinfo");
+}
+
+const char *pkginfo_path() {
+    static CommandPath cache;
+    return stand_in(cache, "pkginfo");
+}
+
+const char *modinfo_path() {
+    static CommandPath cache;
+    return stand_in(cache, "modinfo");
+}
+
+// The native ps, found through PATH like on Solaris.
+const char *ps_path() {
+    return "ps";
+}
+
+} // namespace platform

@@ -1,0 +1,123 @@
+// SMBIOS structure walking over hand-built DMI tables.
+#include "platform/host_paths.h"
+#include "platform/smbios.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// One structure: header, formatted area (length taken from it), strings.
+std::string structure(BYTE type, std::string formatted, std::string strings = "") {
+    std::string s;
+    s += static_cast<char>(type);
+    s += static_cast<char>(4 + formatted.size());
+    s += std::string("\x01\x00", 2); // handle
+    s += formatted + strings + std::string(strings.empty() ? 2 : 1, '\0');
+    return s;
+}
+
+const std::string kUuid = "\x10\x11\x12\x13\x14\x15\x16\x17\x18\x19\x1a\x1b\x1c\x1d\x1e\x1f";
+// Type 1, SMBIOS 2.1+: four string numbers, the UUID, the wake-up type.
+const std::string kSystem = structure(1, std::string("\x01\x02\x00\x00", 4) + kUuid + "\x06",
+                                      std::string("Maker\0Model", 11) + '\0');
+const std::string kBios = structure(0, std::string(14, '\x01'), std::string("Vendor", 6) + '\0');
+const std::string kEnd = structure(127, "");
+
+class PlatformSmbios : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        char tmpl[] = "/tmp/platform_smbios_XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        root_ = tmpl;
+        fs::create_directories(root_ + "/sys/firmware/dmi/tables");
+        platform::set_host_root(root_);
+    }
+    void TearDown() override {
+        platform::set_host_root("");
+        InitSMBIOS(); // forget the table
+        fs::remove_all(root_);
+    }
+    void load(const std::string &table) {
+        std::ofstream(root_ + "/sys/firmware/dmi/tables/DMI", std::ios::binary) << table;
+        InitSMBIOS();
+    }
+    static SMBIOS_SYSTEM_INFORMATION *system_info(WORD copy = 0) {
+        PVOID rec = nullptr;
+        return SmbGetRecordByType(1, copy, &rec) ? static_cast<SMBIOS_SYSTEM_INFORMATION *>(rec)
+                                                 : nullptr;
+    }
+    std::string root_;
+};
+
+TEST_F(PlatformSmbios, FindsTheCopyOfATypeAndItsUuid) {
+    std::string second = kSystem;
+    second[8] = '\x77';
+    load(kBios + kSystem + second + kEnd + kSystem);
+    EXPECT_NE(IsSMBIOSAvailable(), 0);
+    SMBIOS_SYSTEM_INFORMATION *si = system_info();
+    ASSERT_NE(si, nullptr);
+    EXPECT_EQ(si->Header.byLength, 25);
+    EXPECT_EQ(std::string(reinterpret_cast<char *>(si->sUUID), 16), kUuid);
+    ASSERT_NE(system_info(1), nullptr);
+    EXPECT_EQ(system_info(1)->sUUID[0], 0x77);
+    EXPECT_EQ(system_info(2), nullptr); // behind the end-of-table structure
+    PVOID rec;
+    EXPECT_EQ(SmbGetRecordByType(0, 0, &rec), 1);
+    EXPECT_EQ(SmbGetRecordByType(4, 0, &rec), 0);
+}
+
+TEST_F(PlatformSmbios, ShortSystemStructureReadsAsZeroUuid) {
+    // SMBIOS 2.0 type 1 ends before the UUID; the next structure must not
+    // show through where the UUID would be.
+    load(structure(1, std::string("\x01\x02\x03\x04", 4)) + std::string(40, '\x55') + kEnd);
+    SMBIOS_SYSTEM_INFORMATION *si = system_info();
+    ASSERT_NE(si, nullptr);
+    EXPECT_EQ(si->Header.byLength, 8);
+    EXPECT_EQ(std::string(reinterpret_cast<char *>(si->sUUID), 16), std::string(16, '\0'));
+}
+
+TEST_F(PlatformSmbios, DamagedTablesEndTheWalkWithoutOverrunning) {
+    struct Case {
+        const char *what;
+        std::string table;
+    } cases[] = {
+        {"truncated in the strings", kBios + kSystem.substr(0, kSystem.size() - 3)},
+        {"length past the end", kBios + kSystem.substr(0, 20)},
+        {"no string terminator", kBios + kSystem.substr(0, kSystem.size() - 2) + "x"},
+        {"length below 4", kBios + std::string("\x02\x03\x00\x00\x00\x00", 6) + kSystem},
+        {"header cut short", kBios + std::string("\x01\x19", 2)},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        load(c.table);
+        EXPECT_NE(IsSMBIOSAvailable(), 0);
+        PVOID rec;
+        EXPECT_EQ(SmbGetRecordByType(0, 0, &rec), 1);
+        EXPECT_EQ(system_info(), nullptr);
+    }
+}
+
+TEST_F(PlatformSmbios, NoTableMeansNotAvailable) {
+    load(kSystem + kEnd);
+    fs::remove(root_ + "/sys/firmware/dmi/tables/DMI");
+    EXPECT_EQ(InitSMBIOS(), 0);
+    EXPECT_EQ(IsSMBIOSAvailable(), 0);
+    EXPECT_EQ(system_info(), nullptr);
+    EXPECT_EQ(SmbGetRecordByType(1, 0, nullptr), 0);
+}
+
+TEST_F(PlatformSmbios, RecordsStayPutWhileTheTableIsUnchanged) {
+    load(kSystem + kEnd);
+    SMBIOS_SYSTEM_INFORMATION *first = system_info();
+    InitSMBIOS();
+    EXPECT_EQ(system_info(), first);
+}
+
+} // namespace
