@@ -31,17 +31,17 @@ void init_vorHoFileSysTable(void) {
 
 void initialize_table_vorHoFileSysTable(void) {
     VOR_DEBUG(FS_TABLE_TOKEN, "<START>\n");
-    TableIteratorSpec spec{};
-    spec.name = "vorHoFileSysTable";
-    spec.handler = vorHoFileSysTable_handler;
-    spec.table_oid = vorHoFileSysTable_oid;
-    spec.oid_len = OID_LENGTH(vorHoFileSysTable_oid);
-    spec.max_column = FS_TABLE_MAX_COLUMN;
-    spec.get_first = vorHoFileSysTable_get_first_data_point;
-    spec.get_next = vorHoFileSysTable_get_next_data_point;
-    spec.debug_token = FS_TABLE_TOKEN;
-    spec.registering = "Registering table vorHoFileSysTable as a table iterator\n";
-    register_table_iterator(spec); // a failed allocation leaves the table unserved
+    TableIteratorSpec table{};
+    table.name = "vorHoFileSysTable";
+    table.handler = vorHoFileSysTable_handler;
+    table.table_oid = vorHoFileSysTable_oid;
+    table.oid_len = OID_LENGTH(vorHoFileSysTable_oid);
+    table.max_column = FS_TABLE_MAX_COLUMN;
+    table.get_first = vorHoFileSysTable_get_first_data_point;
+    table.get_next = vorHoFileSysTable_get_next_data_point;
+    table.debug_token = FS_TABLE_TOKEN;
+    table.registering = "Registering table vorHoFileSysTable as a table iterator\n";
+    register_table_iterator(table); // a failed allocation leaves the table unserved
 }
 
 static netsnmp_variable_list *hand_out_row(vorHost_fs_usage_t *node, void **my_loop_context,

@@ -1,0 +1,224 @@
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "interface/KyOrblHostFs_interface.h"
+#include "mib-extns/vorHoFileSysTable.h"
+#include "mib-extns/vorMeMibGroup.h"
+#include "platform/host_paths.h"
+
+namespace {
+
+fs_usage figures(unsigned long frsize, unsigned long bsize, uint64_t blocks, uint64_t bfree,
+                 uint64_t files = 0, uint64_t ffree = 0) {
+    struct statvfs v {};
+    v.f_frsize = frsize, v.f_bsize = bsize, v.f_blocks = blocks, v.f_bfree = bfree;
+    v.f_files = files, v.f_ffree = ffree;
+    fs_usage u{};
+    fill_fs_figures(&u, v);
+    return u;
+}
+
+TEST(FsFigures, WorkedExamplesAndZeroRules) {
+    struct {
+        unsigned long frsize, bsize;
+        uint64_t blocks, bfree;
+        long total, used;
+        uintmax_t percent;
+        const char *what;
+    } cases[] = {
+        {4096, 8192, 1000000, 250000, 3906, 2930, 76, "75.0 % plus one"},
+        {4096, 4096, 1000000, 0, 3906, 3906, 101, "full reads 101"},
+        {1 << 20, 0, 1000, 491, 1000, 509, 51, "50.9 % reads 51"},
+        {4096, 4096, 200, 100, 0, 0, 0, "under 1 MB"},
+        {4096, 4096, 868, 850, 3, 0, 0, "size and free both truncate to 3 MB"},
+        {0, 4096, 1000000, 250000, 3906, 3906, 76, "no fragment size: nothing counts as free"},
+        {4096, 4096, 0, 0, 0, 0, 0, "no blocks"},
+        // 4 EiB with 1 MB in use: the size clamps, the use stays exact.
+        {4096, 4096, 1ull << 40, (1ull << 40) - 256, INT32_MAX, 1, 1, "clamped size"},
+    };
+    for (const auto &c : cases) {
+        const fs_usage u = figures(c.frsize, c.bsize, c.blocks, c.bfree);
+        EXPECT_EQ(c.total, u.fsu_totalMB) << c.what;
+        EXPECT_EQ(c.used, u.fsu_usedMB) << c.what;
+        EXPECT_EQ(c.percent, u.fsu_percent) << c.what;
+    }
+    EXPECT_EQ(4096u, figures(0, 4096, 1, 1).fsu_blocksize);
+}
+
+TEST(FsFigures, FileCountsWidenOnlyTheUnknownMarker) {
+    fs_usage u = figures(4096, 4096, 1, 1, 0xFFFFFFFFull, 0xFFFFFFFEull);
+    EXPECT_EQ(UINTMAX_MAX, u.fsu_files);
+    EXPECT_EQ(0xFFFFFFFEu, u.fsu_ffree);
+    EXPECT_EQ(-1, fs_served_files(&u));
+    u = figures(4096, 4096, 1, 1, (1ull << 33) + 5, 7);
+    EXPECT_EQ((1ull << 33) + 5, u.fsu_files);
+    EXPECT_EQ(5, fs_served_files(&u));
+    EXPECT_EQ(-2, fs_served_files_used(&u)) << "32-bit wrap-around";
+}
+
+// Against the figures as first defined for 32-bit counts, in doubles.
+TEST(FsFigures, Match32BitDoubleArithmeticForEvery32BitInput) {
+    std::mt19937_64 rng(42);
+    const uint32_t sizes[] = {0, 512, 4096, 65536, 1u << 20};
+    int checked = 0;
+    for (int i = 0; i < 200000; ++i) {
+        const uint32_t frsize = sizes[rng() % 5], bsize = sizes[rng() % 5];
+        const uint32_t blocks = static_cast<uint32_t>(rng()) >> (rng() % 32);
+        // Mostly sane, sometimes more free than total blocks.
+        const uint32_t bfree = static_cast<uint32_t>(rng() % 8 ? rng() % (blocks + 1ull) : rng());
+        const double bs = frsize ? frsize : bsize;
+        const double total_d = bs * blocks / 1048576.0, free_d = double(frsize) * bfree / 1048576.0;
+        if (total_d > INT32_MAX || free_d > INT32_MAX) {
+            continue; // beyond a 32-bit long: undefined there
+        }
+        const long total = long(total_d), used = blocks == 0 ? 0 : total - long(free_d);
+        const uintmax_t pct = total == 0 || used == 0
+                                  ? 0
+                                  : uintmax_t(uint32_t(blocks - bfree) * 100.0 / blocks + 1.0);
+        const fs_usage u = figures(frsize, bsize, blocks, bfree);
+        ASSERT_TRUE(total == u.fsu_totalMB && used == u.fsu_usedMB && pct == u.fsu_percent)
+            << frsize << "/" << bsize << " " << blocks << " " << bfree << ": " << u.fsu_totalMB
+            << " " << u.fsu_usedMB << " " << u.fsu_percent;
+        ++checked;
+    }
+    EXPECT_GT(checked, 100000);
+}
+
+TEST(FsExclusion, ExactlyTheSixPseudoTypes) {
+    for (const char *t : {"autofs", "ctfs", "proc", "mntfs", "objfs", "devfs"}) {
+        EXPECT_EQ(1, isExcludedFTYpe(t)) << t;
+    }
+    for (const char *t : {"PROC", "procfs", "Proc", "proc ", "", "devtmpfs", "ext4"}) {
+        EXPECT_EQ(0, isExcludedFTYpe(t)) << t;
+    }
+}
+
+struct FsList : ::testing::Test {
+    using Rows = std::vector<std::string>;
+    void SetUp() override { erase_fs_container(); }
+    void TearDown() override {
+        erase_fs_container();
+        platform::set_host_root("");
+    }
+    static void use_mount_table(const char *name) {
+        platform::set_host_root(std::string(TEMHOSTD_FIXTURES "/fs/") + name);
+    }
+    // Descriptions in list order; checks that indexes run 0, 1, 2, ...
+    static Rows rows() {
+        Rows out;
+        for (const vorHost_fs_usage_t *n = FileSysUsageList; n; n = n->next) {
+            EXPECT_EQ(static_cast<int>(out.size()), n->pFsUsage->index);
+            out.emplace_back(n->pFsUsage->vorHoFileSysDesc);
+        }
+        return out;
+    }
+};
+
+TEST_F(FsList, MountTablesGiveGaplessRowsRenumberedOnRefresh) {
+    use_mount_table("mixed"); // pseudo types and a vanished mount point among them
+    EXPECT_EQ(0, populate_filesystem_list()) << "some entries gave no row";
+    EXPECT_EQ((Rows{"/dev/sda1 On /", "tmpfs On /tmp"}), rows());
+    use_mount_table("single");
+    refresh_flist_CB();
+    EXPECT_EQ((Rows{"tmpfs On /tmp"}), rows());
+    use_mount_table("malformed"); // the scan ends at the bad line
+    refresh_flist_CB();
+    EXPECT_EQ((Rows{"/dev/sda1 On /"}), rows());
+    use_mount_table("no-such-root");
+    refresh_flist_CB();
+    EXPECT_EQ(Rows{}, rows());
+    EXPECT_EQ(0, populate_filesystem_list());
+}
+
+TEST_F(FsList, CaseVariantsAreKeptAndLongDescriptionsCut) {
+    EXPECT_EQ(0, get_fs_usage("/", "p", "proc"));
+    EXPECT_EQ(1, get_fs_usage("/", "p", "PROC"));
+    const std::string fits(249, 'd'), too_long(300, 'e');
+    EXPECT_EQ(1, get_fs_usage("/", fits.c_str(), "ext4"));
+    EXPECT_EQ(1, get_fs_usage("/", too_long.c_str(), "ext4"));
+    EXPECT_EQ((Rows{"p On /", fits + " On /", too_long.substr(0, 254)}), rows());
+    EXPECT_EQ(254, FileSysUsageList->next->next->pFsUsage->vorHoFileSysDesc_len);
+}
+
+TEST_F(FsList, ReadFsysEntryByRowAndCode) {
+    for (long i = 0; i < 2; ++i) {
+        fs_usage *u = new fs_usage();
+        u->fsu_totalMB = 100 + i, u->fsu_usedMB = 40 + i;
+        u->fsu_percent = (1ull << 32) + 41; // only the low 32 bits are served
+        u->fsu_files = 5, u->fsu_ffree = 7;
+        strcpy(u->vorHoFileSysDesc, i ? "dev1 On /b" : "dev0 On /a");
+        u->vorHoFileSysDesc_len = 10;
+        ASSERT_EQ(1, add_to_container(u));
+    }
+    const std::pair<int, int32_t> expected[] = {{FSYS_INDEX, 1},    {FSYS_TOTAL_MB, 101},
+                                                {FSYS_USED_MB, 41}, {FSYS_PERCENT, 41},
+                                                {FSYS_FILES, 5},    {FSYS_FILES_USED, -2}};
+    int32_t v = -99;
+    for (const auto &[code, want] : expected) {
+        EXPECT_EQ(1, ReadFsysEntry(1, code, &v)) << code;
+        EXPECT_EQ(want, v) << code;
+    }
+    char buf[12];
+    memset(buf, 'X', sizeof(buf));
+    EXPECT_EQ(1, ReadFsysEntry(0, FSYS_DESC, buf));
+    EXPECT_EQ("dev0 On /aX", std::string(buf, 11)) << "no NUL written";
+    v = -99;
+    EXPECT_EQ(0, ReadFsysEntry(1, 8, &v));
+    EXPECT_EQ(0, ReadFsysEntry(1, 0, &v));
+    EXPECT_EQ(0, ReadFsysEntry(2, FSYS_INDEX, &v));
+    EXPECT_EQ(-99, v) << "nothing written on failure";
+}
+
+time_t fake_now;
+time_t fake_clock() {
+    return fake_now;
+}
+
+struct OnDemandRefresh : FsList {
+    void SetUp() override {
+        FsList::SetUp();
+        g_osCommonPollFrequency = 0;
+        vorHoFileSysTable_set_clock(fake_clock);
+    }
+    void TearDown() override {
+        vorHoFileSysTable_set_clock(nullptr);
+        g_osCommonPollFrequency = 0;
+        FsList::TearDown();
+    }
+    // Walks the table's iterator callbacks; returns the indexes handed out.
+    static std::vector<long> walk_at(time_t now) {
+        fake_now = now;
+        netsnmp_variable_list idx{};
+        idx.type = ASN_INTEGER;
+        void *loop = nullptr, *data = nullptr;
+        std::vector<long> out;
+        for (auto *v = vorHoFileSysTable_get_first_data_point(&loop, &data, &idx, nullptr); v;
+             v = vorHoFileSysTable_get_next_data_point(&loop, &data, &idx, nullptr)) {
+            EXPECT_EQ(static_cast<vorHost_fs_usage_t *>(data)->pFsUsage->index, *v->val.integer);
+            out.push_back(*v->val.integer);
+        }
+        snmp_free_var_internals(&idx);
+        return out;
+    }
+};
+
+TEST_F(OnDemandRefresh, RebuildsAtMostEveryTenSecondsWhilePollingIsOff) {
+    using Indexes = std::vector<long>;
+    use_mount_table("single");
+    EXPECT_EQ(Indexes{0}, walk_at(5)) << "the first walk rebuilds, whatever the clock";
+    use_mount_table("mixed");
+    EXPECT_EQ(Indexes{0}, walk_at(14));
+    EXPECT_EQ((Indexes{0, 1}), walk_at(15));
+    use_mount_table("pseudo");
+    EXPECT_EQ((Indexes{0, 1}), walk_at(24));
+    EXPECT_EQ(Indexes{}, walk_at(25)) << "an empty list is an empty table";
+    g_osCommonPollFrequency = 60;
+    use_mount_table("mixed");
+    EXPECT_EQ(Indexes{}, walk_at(10000)) << "the refresh timer owns the list";
+}
+
+} // namespace
