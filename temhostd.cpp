@@ -13,8 +13,12 @@
 #include <unistd.h>
 #include <vector>
 
+#include "interface/KyOrblHostFs_interface.h"
 #include "mib-extns/mib_registration.h"
 #include "mib-extns/net_snmp.h"
+#include "mib-extns/vorHoFileSysTable.h"
+#include "mib-extns/vorHoInfo.h"
+#include "mib-extns/vorHoMemoryGroup.h"
 #include "mib-extns/vorMeMibGroup.h"
 
 volatile sig_atomic_t keep_running = 1;
@@ -125,7 +129,7 @@ void AssertSingleInstance(const char *pidFile) {
 
 void closeAgt(void) {
     UnlinkPidfile(PID_FILE);
-    // Provider lists are released here as their modules join the daemon.
+    erase_fs_container();
     if (file_exists(PERSIST_SAVED_COPY)) {
         unlink(PERSIST_SAVED_COPY);
     }
@@ -345,13 +349,20 @@ int temhostd_main(int argc, char **argv) {
 // ---------------------------------------------------------------------------
 // Module initialisation and refresh scheduling
 
+// Every configuration token must be registered before init_snmp reads the
+// configuration, and the library calls store callbacks in registration
+// order: the order here matters.
 void init_modules(void) {
+    init_vorHoFileSysTable();
+    init_vorHoMemoryGroup();
+    init_vorHoInfo();
     init_vorMeMibGroup();
 }
 
 void refresh_data(unsigned int, void *) {
     static int b_AlarmSet = 0;
     VOR_DEBUG("vorHostd", "refreshing data\n");
+    refresh_flist_CB();
     if (g_osCommonPollFrequency != 0 && !b_AlarmSet) {
         alarm_handle = static_cast<int>(snmp_alarm_register(
             static_cast<unsigned int>(g_osCommonPollFrequency), SA_REPEAT, refresh_data, nullptr));

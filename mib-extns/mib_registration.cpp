@@ -26,12 +26,12 @@ void register_rw_scalar(const char *name, Netsnmp_Node_Handler *handler, const o
     register_scalar(name, handler, reg_oid, oid_len, HANDLER_CAN_RWRITE);
 }
 
-bool register_table_iterator(const TableIteratorSpec &spec) {
+bool register_table_iterator(const TableIteratorSpec &table) {
     netsnmp_table_registration_info *table_info =
         SNMP_MALLOC_TYPEDEF(netsnmp_table_registration_info);
     netsnmp_iterator_info *iinfo = SNMP_MALLOC_TYPEDEF(netsnmp_iterator_info);
     netsnmp_handler_registration *reg = netsnmp_create_handler_registration(
-        spec.name, spec.handler, spec.table_oid, spec.oid_len, HANDLER_CAN_RWRITE);
+        table.name, table.handler, table.table_oid, table.oid_len, HANDLER_CAN_RWRITE);
     if (!table_info || !iinfo || !reg) {
         SNMP_FREE(table_info);
         SNMP_FREE(iinfo);
@@ -42,11 +42,11 @@ bool register_table_iterator(const TableIteratorSpec &spec) {
     }
     netsnmp_table_helper_add_indexes(table_info, ASN_INTEGER, 0);
     table_info->min_column = 1;
-    table_info->max_column = spec.max_column;
-    iinfo->get_first_data_point = spec.get_first;
-    iinfo->get_next_data_point = spec.get_next;
+    table_info->max_column = table.max_column;
+    iinfo->get_first_data_point = table.get_first;
+    iinfo->get_next_data_point = table.get_next;
     iinfo->table_reginfo = table_info;
-    VOR_DEBUG(spec.debug_token, "%s", spec.registering);
+    VOR_DEBUG(table.debug_token, "%s", table.registering);
     netsnmp_register_table_iterator(reg, iinfo);
     return true;
 }

@@ -40,7 +40,7 @@ struct TableIteratorSpec {
     const char *debug_token; // token of the registering message
     const char *registering; // message written just before registration
 };
-bool register_table_iterator(const TableIteratorSpec &spec);
+bool register_table_iterator(const TableIteratorSpec &table);
 
 // Read-only scalar shape: noError with the value in MODE_GET, genErr in any
 // other mode (the value is then left untouched).

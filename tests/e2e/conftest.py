@@ -29,7 +29,7 @@ rwcommunity {rw} 127.0.0.1
 
 # The subagent registers its objects with the master one by one: the daemon
 # is ready when an object of every module answers, the last registered too.
-READY_OIDS = [ROOT + ".1.1.0", ROOT + ".2.1.4.1.0"]
+READY_OIDS = [ROOT + ".2.13.1.0", ROOT + ".2.2.1.0", ROOT + ".1.1.0", ROOT + ".2.1.4.1.0"]
 
 PERSIST_FILE = "/var/sma_snmp/temhostd.conf"
 SAVED_COPY = "/var/sma_snmp/temhostd.conf.saf"
@@ -165,6 +165,13 @@ class Bed:
     def __init__(self):
         self.master = None
         self.daemons = []
+        self.mounts = []
+
+    def mount_tmpfs(self, path, size_mb):
+        os.makedirs(path, exist_ok=True)
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=%dm" % size_mb, "tmpfs", path],
+                       check=True)
+        self.mounts.append(path)
 
     # -- master agent ------------------------------------------------------
     def start_master(self, extra_conf=""):
@@ -225,6 +232,8 @@ class Bed:
             d.stop()
         if self.master:
             self.master.stop()
+        for path in reversed(self.mounts):
+            subprocess.run(["umount", "-l", path], check=False)
 
 
 def _mount_fresh(path):
