@@ -1,5 +1,6 @@
 #include "platform/commands.h"
 
+#include "platform/host_files.h"
 #include "platform/host_paths.h"
 
 #include <string>
@@ -15,13 +16,17 @@ struct CommandPath {
     std::string path;
 };
 
+// Without memory for the path, "false" runs instead and prints nothing:
+// the callers then read "not online", "no listing".
 const char *stand_in(CommandPath &cache, const char *name) {
-    const std::string &dir = command_dir();
-    if (cache.path.empty() || cache.dir != dir) {
-        cache.dir = dir;
-        cache.path = dir + "/" + name;
-    }
-    return cache.path.c_str();
+    return c_call<const char *>("false", [&] {
+        const std::string &dir = command_dir();
+        if (cache.path.empty() || cache.dir != dir) {
+            cache.dir = dir;
+            cache.path = dir + "/" + name;
+        }
+        return cache.path.c_str();
+    });
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 // goes through host_path(), so tests can point them at a fixture tree.
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -10,6 +11,18 @@
 #include <vector>
 
 namespace platform {
+
+// The Solaris-shaped calls are C interfaces: they report failure through
+// their result and errno, never by an exception that would unwind through
+// a C caller. An allocation failing in their C++ insides reads as ENOMEM.
+template <typename R, typename F> R c_call(R on_failure, F &&body) noexcept {
+    try {
+        return body();
+    } catch (...) {
+        errno = ENOMEM;
+        return on_failure;
+    }
+}
 
 // Reads the whole host file at path (host_path applied) into out, at most
 // limit bytes. When the file is longer, the partial last line is dropped so

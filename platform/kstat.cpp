@@ -150,9 +150,7 @@ Entry *find_entry(kstat_ctl_t *kc, const kstat_t *ksp) {
     return nullptr;
 }
 
-} // namespace
-
-kstat_ctl_t *kstat_open(void) {
+kstat_ctl_t *open_chain(void) {
     std::string stat;
     if (!platform::read_host_text("/proc/stat", stat))
         return nullptr;
@@ -204,6 +202,25 @@ kstat_ctl_t *kstat_open(void) {
     return &h->kc;
 }
 
+kid_t read_entry(kstat_ctl_t *kc, kstat_t *ksp, void *buf) {
+    Entry *e = find_entry(kc, ksp);
+    if (!e) {
+        errno = ENXIO;
+        return -1;
+    }
+    if (!refresh(*e))
+        return -1;
+    if (buf)
+        memcpy(buf, ksp->ks_data, ksp->ks_data_size);
+    return kc->kc_chain_id;
+}
+
+} // namespace
+
+kstat_ctl_t *kstat_open(void) {
+    return platform::c_call<kstat_ctl_t *>(nullptr, open_chain);
+}
+
 kstat_t *kstat_lookup(kstat_ctl_t *kc, const char *module, int instance, const char *name) {
     if (!kc) {
         errno = EINVAL;
@@ -227,16 +244,7 @@ kid_t kstat_read(kstat_ctl_t *kc, kstat_t *ksp, void *buf) {
         errno = EINVAL;
         return -1;
     }
-    Entry *e = find_entry(kc, ksp);
-    if (!e) {
-        errno = ENXIO;
-        return -1;
-    }
-    if (!refresh(*e))
-        return -1;
-    if (buf)
-        memcpy(buf, ksp->ks_data, ksp->ks_data_size);
-    return kc->kc_chain_id;
+    return platform::c_call<kid_t>(-1, [&] { return read_entry(kc, ksp, buf); });
 }
 
 void *kstat_data_lookup(kstat_t *ksp, const char *name) {

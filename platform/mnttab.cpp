@@ -1,5 +1,6 @@
 #include "platform/mnttab.h"
 
+#include "platform/host_files.h"
 #include "platform/host_paths.h"
 
 #include <cstring>
@@ -84,10 +85,12 @@ namespace solaris {
 
 const char *mnttab_path() {
     static std::string path;
-    std::string now = platform::host_path("/proc/self/mounts");
-    if (path != now)
-        path = now;
-    return path.c_str();
+    return platform::c_call<const char *>("/proc/self/mounts", [] {
+        std::string now = platform::host_path("/proc/self/mounts");
+        if (path != now)
+            path = now;
+        return path.c_str();
+    });
 }
 
 int getmntent(FILE *fp, struct mnttab *mp) {

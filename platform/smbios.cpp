@@ -61,7 +61,7 @@ void index_table(const std::string &raw, std::vector<Structure> &out) {
 
 } // namespace
 
-int InitSMBIOS(void) {
+static int load_table(void) {
     std::string raw;
     if (!platform::read_host_bytes("/sys/firmware/dmi/tables/DMI", raw, kMaxTableSize) ||
         raw.empty()) {
@@ -78,6 +78,10 @@ int InitSMBIOS(void) {
         g_loaded = true;
     }
     return 1;
+}
+
+int InitSMBIOS(void) {
+    return platform::c_call(0, load_table);
 }
 
 int IsSMBIOSAvailable(void) {

@@ -7,9 +7,9 @@
 #include <string>
 #include <unistd.h>
 
-namespace solaris {
+namespace {
 
-int swapctl(int cmd, void *arg) {
+int swap_accounting(int cmd, void *arg) {
     if (cmd != SC_AINFO) {
         errno = EINVAL;
         return -1;
@@ -38,6 +38,14 @@ int swapctl(int cmd, void *arg) {
     // Solaris' reserved swap; callers take max - resv as the free swap.
     ai->ani_resv = ai->ani_max - ai->ani_free;
     return 0;
+}
+
+} // namespace
+
+namespace solaris {
+
+int swapctl(int cmd, void *arg) {
+    return platform::c_call(-1, [&] { return swap_accounting(cmd, arg); });
 }
 
 } // namespace solaris
