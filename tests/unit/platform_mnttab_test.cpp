@@ -9,26 +9,10 @@
 
 namespace {
 
-class PlatformMnttab : public ::testing::Test {
-  protected:
-    void TearDown() override {
-        platform::set_host_root("");
-        if (fp_)
-            fclose(fp_);
-    }
-    // A mount table held in a temporary file.
-    FILE *table(const std::string &text) {
-        fp_ = tmpfile();
-        fwrite(text.data(), 1, text.size(), fp_);
-        rewind(fp_);
-        return fp_;
-    }
-    FILE *fp_ = nullptr;
-};
-
-TEST_F(PlatformMnttab, DecodesEscapesAndPassesOverKernelInterfaces) {
+TEST(PlatformMnttab, DecodesEscapesAndPassesOverKernelInterfaces) {
     platform::set_host_root(std::string(TEMHOSTD_FIXTURES) + "/platform/host");
     FILE *fp = fopen(MNTTAB, "r");
+    platform::set_host_root("");
     ASSERT_NE(fp, nullptr);
     std::vector<std::string> got;
     struct mnttab m;
@@ -54,57 +38,49 @@ TEST_F(PlatformMnttab, DecodesEscapesAndPassesOverKernelInterfaces) {
                    }));
 }
 
-TEST_F(PlatformMnttab, MalformedLinesAreReportedAndTheScanCanGoOn) {
-    FILE *fp = table("only three fields\n"
-                     "a b c d e f g\n"
-                     "dev /mnt ext4 rw\n" // no dump and pass fields
-                     "\n"
-                     "last /end xfs rw 0 0"); // no final newline
+// Reads a mount table held in a temporary file; each result, then -1.
+struct Table {
+    FILE *fp = tmpfile();
     struct mnttab m;
-    EXPECT_EQ(solaris::getmntent(fp, &m), MNT_TOOFEW);
-    EXPECT_EQ(solaris::getmntent(fp, &m), MNT_TOOMANY);
-    ASSERT_EQ(solaris::getmntent(fp, &m), 0);
-    EXPECT_STREQ(m.mnt_mntopts, "rw");
-    EXPECT_EQ(solaris::getmntent(fp, &m), MNT_TOOFEW);
-    ASSERT_EQ(solaris::getmntent(fp, &m), 0);
-    EXPECT_STREQ(m.mnt_mountp, "/end");
-    EXPECT_EQ(solaris::getmntent(fp, &m), -1);
+    explicit Table(const std::string &text) {
+        fwrite(text.data(), 1, text.size(), fp);
+        rewind(fp);
+    }
+    ~Table() { fclose(fp); }
+    int next() { return solaris::getmntent(fp, &m); }
+};
+
+TEST(PlatformMnttab, MalformedLinesAreReportedAndTheScanCanGoOn) {
+    Table t("only three fields\n"
+            "a b c d e f g\n"
+            "dev /mnt ext4 rw\n" // no dump and pass fields
+            "\n"
+            "last /end xfs rw 0 0"); // no final newline
+    EXPECT_EQ(t.next(), MNT_TOOFEW);
+    EXPECT_EQ(t.next(), MNT_TOOMANY);
+    ASSERT_EQ(t.next(), 0);
+    EXPECT_STREQ(t.m.mnt_mntopts, "rw");
+    EXPECT_EQ(t.next(), MNT_TOOFEW);
+    ASSERT_EQ(t.next(), 0);
+    EXPECT_STREQ(t.m.mnt_mountp, "/end");
+    EXPECT_EQ(t.next(), -1);
 }
 
-TEST_F(PlatformMnttab, LongestLinuxPathsFitAndLongerLinesAreSkippedWhole) {
+TEST(PlatformMnttab, LongestLinuxPathsFitAndLongerLinesAreSkippedWhole) {
     // A 4096-byte mount point made only of blanks escapes to 16 kB; a device
     // of the same kind doubles that.
     std::string blanks;
     for (int i = 0; i < 4095; ++i)
         blanks += "\\040";
-    std::string over(70 * 1024, 'x');
-    FILE *fp = table("/dev/a /" + blanks + " ext4 rw 0 0\n" +         //
-                     "/" + blanks + " /" + blanks + " nfs rw 0 0\n" + //
-                     "/dev/b /" + over + " ext4 rw 0 0\n" + "/dev/c /after ext4 rw 0 0\n");
-    struct mnttab m;
-    ASSERT_EQ(solaris::getmntent(fp, &m), 0);
-    EXPECT_EQ(std::string(m.mnt_mountp), "/" + std::string(4095, ' '));
-    ASSERT_EQ(solaris::getmntent(fp, &m), 0);
-    EXPECT_EQ(std::string(m.mnt_special), "/" + std::string(4095, ' '));
-    EXPECT_EQ(solaris::getmntent(fp, &m), MNT_TOOLONG);
-    ASSERT_EQ(solaris::getmntent(fp, &m), 0);
-    EXPECT_STREQ(m.mnt_mountp, "/after");
-}
-
-TEST_F(PlatformMnttab, LiveTableHasRootAndProcButNoKernelInterfaces) {
-    FILE *fp = fopen(MNTTAB, "r");
-    ASSERT_NE(fp, nullptr);
-    bool root = false, proc = false;
-    struct mnttab m;
-    while (solaris::getmntent(fp, &m) == 0) {
-        root |= std::string(m.mnt_mountp) == "/";
-        proc |= std::string(m.mnt_fstype) == "proc";
-        EXPECT_STRNE(m.mnt_fstype, "sysfs");
-        EXPECT_STRNE(m.mnt_fstype, "cgroup2");
-    }
-    fclose(fp);
-    EXPECT_TRUE(root);
-    EXPECT_TRUE(proc);
+    Table t("/dev/a /" + blanks + " ext4 rw 0 0\n/" + blanks + " /" + blanks + " nfs rw 0 0\n" +
+            "/dev/b /" + std::string(70 * 1024, 'x') + " ext4 rw 0 0\n/dev/c /after ext4 rw 0 0\n");
+    ASSERT_EQ(t.next(), 0);
+    EXPECT_EQ(std::string(t.m.mnt_mountp), "/" + std::string(4095, ' '));
+    ASSERT_EQ(t.next(), 0);
+    EXPECT_EQ(std::string(t.m.mnt_special), "/" + std::string(4095, ' '));
+    EXPECT_EQ(t.next(), MNT_TOOLONG);
+    ASSERT_EQ(t.next(), 0);
+    EXPECT_STREQ(t.m.mnt_mountp, "/after");
 }
 
 } // namespace

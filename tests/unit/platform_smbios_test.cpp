@@ -4,7 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -15,12 +16,8 @@ namespace fs = std::filesystem;
 
 // One structure: header, formatted area (length taken from it), strings.
 std::string structure(BYTE type, std::string formatted, std::string strings = "") {
-    std::string s;
-    s += static_cast<char>(type);
-    s += static_cast<char>(4 + formatted.size());
-    s += std::string("\x01\x00", 2); // handle
-    s += formatted + strings + std::string(strings.empty() ? 2 : 1, '\0');
-    return s;
+    return std::string{static_cast<char>(type), static_cast<char>(4 + formatted.size()), 1, 0} +
+           formatted + strings + std::string(strings.empty() ? 2 : 1, '\0');
 }
 
 const std::string kUuid = "\x10\x11\x12\x13\x14\x15\x16\x17\x18\x19\x1a\x1b\x1c\x1d\x1e\x1f";
@@ -30,22 +27,19 @@ const std::string kSystem = structure(1, std::string("\x01\x02\x00\x00", 4) + kU
 const std::string kBios = structure(0, std::string(14, '\x01'), std::string("Vendor", 6) + '\0');
 const std::string kEnd = structure(127, "");
 
-class PlatformSmbios : public ::testing::Test {
-  protected:
+struct PlatformSmbios : ::testing::Test {
+    std::string root = fs::temp_directory_path() / ("smbios_" + std::to_string(getpid()));
     void SetUp() override {
-        char tmpl[] = "/tmp/platform_smbios_XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        root_ = tmpl;
-        fs::create_directories(root_ + "/sys/firmware/dmi/tables");
-        platform::set_host_root(root_);
+        fs::create_directories(root + "/sys/firmware/dmi/tables");
+        platform::set_host_root(root);
     }
     void TearDown() override {
         platform::set_host_root("");
         InitSMBIOS(); // forget the table
-        fs::remove_all(root_);
+        fs::remove_all(root);
     }
     void load(const std::string &table) {
-        std::ofstream(root_ + "/sys/firmware/dmi/tables/DMI", std::ios::binary) << table;
+        std::ofstream(root + "/sys/firmware/dmi/tables/DMI", std::ios::binary) << table;
         InitSMBIOS();
     }
     static SMBIOS_SYSTEM_INFORMATION *system_info(WORD copy = 0) {
@@ -53,10 +47,12 @@ class PlatformSmbios : public ::testing::Test {
         return SmbGetRecordByType(1, copy, &rec) ? static_cast<SMBIOS_SYSTEM_INFORMATION *>(rec)
                                                  : nullptr;
     }
-    std::string root_;
+    static std::string uuid(SMBIOS_SYSTEM_INFORMATION *si) {
+        return std::string(reinterpret_cast<char *>(si->sUUID), 16);
+    }
 };
 
-TEST_F(PlatformSmbios, FindsTheCopyOfATypeAndItsUuid) {
+TEST_F(PlatformSmbios, FindsTheCopyOfATypeAndItsUuidUntilTheTableGoes) {
     std::string second = kSystem;
     second[8] = '\x77';
     load(kBios + kSystem + second + kEnd + kSystem);
@@ -64,13 +60,20 @@ TEST_F(PlatformSmbios, FindsTheCopyOfATypeAndItsUuid) {
     SMBIOS_SYSTEM_INFORMATION *si = system_info();
     ASSERT_NE(si, nullptr);
     EXPECT_EQ(si->Header.byLength, 25);
-    EXPECT_EQ(std::string(reinterpret_cast<char *>(si->sUUID), 16), kUuid);
+    EXPECT_EQ(uuid(si), kUuid);
     ASSERT_NE(system_info(1), nullptr);
     EXPECT_EQ(system_info(1)->sUUID[0], 0x77);
     EXPECT_EQ(system_info(2), nullptr); // behind the end-of-table structure
     PVOID rec;
-    EXPECT_EQ(SmbGetRecordByType(0, 0, &rec), 1);
     EXPECT_EQ(SmbGetRecordByType(4, 0, &rec), 0);
+    InitSMBIOS();
+    EXPECT_EQ(system_info(), si) << "records stay put while the table is unchanged";
+
+    fs::remove(root + "/sys/firmware/dmi/tables/DMI");
+    EXPECT_EQ(InitSMBIOS(), 0);
+    EXPECT_EQ(IsSMBIOSAvailable(), 0);
+    EXPECT_EQ(system_info(), nullptr);
+    EXPECT_EQ(SmbGetRecordByType(1, 0, nullptr), 0);
 }
 
 TEST_F(PlatformSmbios, ShortSystemStructureReadsAsZeroUuid) {
@@ -80,44 +83,25 @@ TEST_F(PlatformSmbios, ShortSystemStructureReadsAsZeroUuid) {
     SMBIOS_SYSTEM_INFORMATION *si = system_info();
     ASSERT_NE(si, nullptr);
     EXPECT_EQ(si->Header.byLength, 8);
-    EXPECT_EQ(std::string(reinterpret_cast<char *>(si->sUUID), 16), std::string(16, '\0'));
+    EXPECT_EQ(uuid(si), std::string(16, '\0'));
 }
 
 TEST_F(PlatformSmbios, DamagedTablesEndTheWalkWithoutOverrunning) {
-    struct Case {
-        const char *what;
-        std::string table;
-    } cases[] = {
+    const std::pair<const char *, std::string> cases[] = {
         {"truncated in the strings", kBios + kSystem.substr(0, kSystem.size() - 3)},
         {"length past the end", kBios + kSystem.substr(0, 20)},
         {"no string terminator", kBios + kSystem.substr(0, kSystem.size() - 2) + "x"},
         {"length below 4", kBios + std::string("\x02\x03\x00\x00\x00\x00", 6) + kSystem},
         {"header cut short", kBios + std::string("\x01\x19", 2)},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.what);
-        load(c.table);
+    for (const auto &[what, table] : cases) {
+        SCOPED_TRACE(what);
+        load(table);
         EXPECT_NE(IsSMBIOSAvailable(), 0);
         PVOID rec;
         EXPECT_EQ(SmbGetRecordByType(0, 0, &rec), 1);
         EXPECT_EQ(system_info(), nullptr);
     }
-}
-
-TEST_F(PlatformSmbios, NoTableMeansNotAvailable) {
-    load(kSystem + kEnd);
-    fs::remove(root_ + "/sys/firmware/dmi/tables/DMI");
-    EXPECT_EQ(InitSMBIOS(), 0);
-    EXPECT_EQ(IsSMBIOSAvailable(), 0);
-    EXPECT_EQ(system_info(), nullptr);
-    EXPECT_EQ(SmbGetRecordByType(1, 0, nullptr), 0);
-}
-
-TEST_F(PlatformSmbios, RecordsStayPutWhileTheTableIsUnchanged) {
-    load(kSystem + kEnd);
-    SMBIOS_SYSTEM_INFORMATION *first = system_info();
-    InitSMBIOS();
-    EXPECT_EQ(system_info(), first);
 }
 
 } // namespace
