@@ -4,7 +4,7 @@
 set -eu
 
 PKGS="build-essential cmake pkg-config clang-format libsnmp-dev snmpd snmp snmptrapd \
-libgtest-dev libbenchmark-dev python3 python3-pytest util-linux iproute2 procps psmisc"
+libgtest-dev libbenchmark-dev python3 python3-pytest util-linux iproute2 procps psmisc bc"
 
 if [ "$(id -u)" -ne 0 ]; then
     echo "install-deps.sh: run as root" >&2
