@@ -57,6 +57,36 @@ void set_text_value(netsnmp_request_info *request, const char *text);
 // RESERVE1 refusals do.
 int refuse_request(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request, int status);
 
+// The writable scalar shape, one call per handler: GET serves the value,
+// RESERVE1 validates (and refuses through the request), ACTION applies,
+// COMMIT does the object's side effect if it has one; RESERVE2, FREE and
+// UNDO do nothing, so an undo restores nothing. Any other mode is genErr.
+inline void no_side_effect(const netsnmp_variable_list *) {}
+
+template <typename Get, typename Check, typename Apply, typename Commit = decltype(&no_side_effect)>
+int serve_writable_scalar(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests,
+                          Get get, Check check, Apply apply, Commit commit = &no_side_effect) {
+    switch (reqinfo->mode) {
+    case MODE_GET:
+        get(requests);
+        return SNMP_ERR_NOERROR;
+    case MODE_SET_RESERVE1:
+        return check(reqinfo, requests);
+    case MODE_SET_ACTION:
+        apply(requests->requestvb);
+        return SNMP_ERR_NOERROR;
+    case MODE_SET_COMMIT:
+        commit(requests->requestvb);
+        return SNMP_ERR_NOERROR;
+    case MODE_SET_RESERVE2:
+    case MODE_SET_FREE:
+    case MODE_SET_UNDO:
+        return SNMP_ERR_NOERROR;
+    default:
+        return SNMP_ERR_GENERR;
+    }
+}
+
 // RESERVE1 check of a text object: OCTET STRING (else wrongType) of at most
 // max_len octets (else wrongLength). Logs under token on refusal.
 int check_text_value(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request,

@@ -106,26 +106,14 @@ int get_vorHoTelnet(netsnmp_mib_handler *, netsnmp_handler_registration *,
 // The two role objects differ only in buffer, limit and debug token.
 static int do_role(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests, char *buf,
                    size_t bufsize, const char *token) {
-    switch (reqinfo->mode) {
-    case MODE_GET:
-        set_text_value(requests, buf);
-        return SNMP_ERR_NOERROR;
-    case MODE_SET_RESERVE1:
-        return check_text_value(reqinfo, requests, bufsize - 1, token);
-    case MODE_SET_ACTION: {
-        const netsnmp_variable_list *var = requests->requestvb;
-        store_text(buf, bufsize, reinterpret_cast<const char *>(var->val.string), var->val_len);
-        return SNMP_ERR_NOERROR;
-    }
-    case MODE_SET_RESERVE2:
-    case MODE_SET_COMMIT:
-    case MODE_SET_FREE:
-    case MODE_SET_UNDO:
-        // The previous value is not kept, so an undo has nothing to restore.
-        return SNMP_ERR_NOERROR;
-    default:
-        return SNMP_ERR_GENERR;
-    }
+    return serve_writable_scalar(
+        reqinfo, requests, [&](netsnmp_request_info *r) { set_text_value(r, buf); },
+        [&](netsnmp_agent_request_info *ri, netsnmp_request_info *r) {
+            return check_text_value(ri, r, bufsize - 1, token);
+        },
+        [&](const netsnmp_variable_list *v) {
+            store_text(buf, bufsize, reinterpret_cast<const char *>(v->val.string), v->val_len);
+        });
 }
 
 int do_vorHoSystemRole(netsnmp_mib_handler *, netsnmp_handler_registration *,

@@ -104,23 +104,13 @@ static void rearm_refresh_alarm(int period) {
 
 int do_vorMeOsCommonPollFreq(netsnmp_mib_handler *, netsnmp_handler_registration *,
                              netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
-    switch (reqinfo->mode) {
-    case MODE_GET:
-        set_integer_value(requests, g_osCommonPollFrequency);
-        return SNMP_ERR_NOERROR;
-    case MODE_SET_RESERVE1:
-        return check_poll_frequency(reqinfo, requests);
-    case MODE_SET_ACTION:
-        rearm_refresh_alarm(static_cast<int>(*requests->requestvb->val.integer));
-        return SNMP_ERR_NOERROR;
-    case MODE_SET_RESERVE2:
-    case MODE_SET_COMMIT:
-    case MODE_SET_FREE:
-    case MODE_SET_UNDO:
-        return SNMP_ERR_NOERROR;
-    default:
-        return SNMP_ERR_GENERR;
-    }
+    return serve_writable_scalar(
+        reqinfo, requests,
+        [](netsnmp_request_info *r) { set_integer_value(r, g_osCommonPollFrequency); },
+        check_poll_frequency,
+        [](const netsnmp_variable_list *v) {
+            rearm_refresh_alarm(static_cast<int>(*v->val.integer));
+        });
 }
 
 void load_Orbl_Host_OsComm_tokens(const char *token, char *cptr) {

@@ -11,6 +11,23 @@ namespace platform {
 
 namespace {
 
+// Steps through text one line at a time (without its newline); false at
+// the end of the text.
+bool next_line(std::string_view text, size_t &pos, std::string_view &line) {
+    if (pos >= text.size())
+        return false;
+    size_t end = text.find('\n', pos);
+    if (end == std::string_view::npos)
+        end = text.size();
+    line = text.substr(pos, end - pos);
+    pos = end + 1;
+    return true;
+}
+
+} // namespace
+
+namespace {
+
 bool read_limited(const char *path, std::string &out, size_t limit, bool &truncated) {
     out.clear();
     truncated = false;
@@ -108,12 +125,8 @@ bool parse_u64(std::string_view token, uint64_t &value, int base) {
 bool meminfo_kb(const std::string &meminfo, std::string_view key, uint64_t &kb) {
     std::string_view text(meminfo);
     size_t pos = 0;
-    while (pos < text.size()) {
-        size_t end = text.find('\n', pos);
-        if (end == std::string_view::npos)
-            end = text.size();
-        std::string_view line = text.substr(pos, end - pos);
-        pos = end + 1;
+    std::string_view line;
+    while (next_line(text, pos, line)) {
         // "MemAvailable:   24428632 kB"
         if (line.size() <= key.size() || line.compare(0, key.size(), key) != 0 ||
             line[key.size()] != ':')
@@ -164,12 +177,8 @@ std::vector<CpuTicks> parse_stat_cpus(const std::string &stat) {
     std::vector<CpuTicks> cpus;
     std::string_view text(stat);
     size_t pos = 0;
-    while (pos < text.size()) {
-        size_t end = text.find('\n', pos);
-        if (end == std::string_view::npos)
-            end = text.size();
-        std::string_view line = text.substr(pos, end - pos);
-        pos = end + 1;
+    std::string_view line;
+    while (next_line(text, pos, line)) {
         std::vector<std::string_view> f = split_fields(line);
         // "cpu" alone is the all-processor total; "cpuN" a processor.
         if (f.empty() || f[0].size() <= 3 || f[0].compare(0, 3, "cpu") != 0)
@@ -205,12 +214,9 @@ std::vector<CpuTicks> parse_stat_cpus(const std::string &stat) {
 bool parse_stat_btime(const std::string &stat, time_t &btime) {
     std::string_view text(stat);
     size_t pos = 0;
-    while (pos < text.size()) {
-        size_t end = text.find('\n', pos);
-        if (end == std::string_view::npos)
-            end = text.size();
-        std::vector<std::string_view> f = split_fields(text.substr(pos, end - pos));
-        pos = end + 1;
+    std::string_view line;
+    while (next_line(text, pos, line)) {
+        std::vector<std::string_view> f = split_fields(line);
         uint64_t v;
         if (f.size() == 2 && f[0] == "btime" && parse_u64(f[1], v) &&
             v <= static_cast<uint64_t>(INT64_MAX)) {
