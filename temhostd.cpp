@@ -32,9 +32,18 @@ int alarm_handle = 0;
 const char *const agent = "KY Orbeline host agent[temhostd], Version ";
 
 static const char DEFAULT_COMMUNITY[] = "quietharborlanes";
+static const char NO_MASTER_MESSAGE[] =
+    "Error: Could not initialize connection to Master SNMP daemon. \nCheck whether the master "
+    "agent is running.\n";
 
 // Set once the AgentX session with the master agent has opened.
 static int s_master_session_open = 0;
+
+// A stop signal that lands after the loop has tested keep_running but
+// before the library blocks in select would only be noticed at the next
+// request or timer. The handler therefore also writes a byte into this
+// pipe, whose read end is in the library's select set, so the wait ends.
+static int s_wake_pipe[2] = {-1, -1};
 
 // The daemon's option letters come first. The rest are the letters of the
 // library's own parser that take an argument: they are collected with their
@@ -73,6 +82,12 @@ int UnlinkPidfile(const char *pidFile) {
 
 void stop_server(int) {
     keep_running = 0;
+    if (s_wake_pipe[1] >= 0) {
+        const int saved_errno = errno;
+        ssize_t written = write(s_wake_pipe[1], "", 1);
+        (void)written; // a full pipe already wakes the loop
+        errno = saved_errno;
+    }
 }
 
 static bool file_exists(const char *path) {
@@ -268,7 +283,16 @@ static int master_session_opened(int, int, void *, void *) {
     return SNMPERR_SUCCESS;
 }
 
+static void drain_wake_pipe(int fd, void *) {
+    char buf[64];
+    while (read(fd, buf, sizeof(buf)) > 0) {
+    }
+}
+
 static void install_signal_handlers(void) {
+    if (pipe2(s_wake_pipe, O_NONBLOCK | O_CLOEXEC) == 0) {
+        register_readfd(s_wake_pipe[0], drain_wake_pipe, nullptr);
+    }
     struct sigaction sa;
     memset(&sa, 0, sizeof(sa));
     sa.sa_handler = stop_server;
@@ -314,8 +338,7 @@ int temhostd_main(int argc, char **argv) {
     snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START,
                            master_session_opened, nullptr);
     if (init_agent(APPL_NAME) != 0) {
-        snmp_log(LOG_ERR, "Error: Could not initialize connection to Master SNMP daemon. \nCheck "
-                          "whether the master agent is running.\n");
+        snmp_log(LOG_ERR, "%s", NO_MASTER_MESSAGE);
         exit(1);
     }
     init_modules();
@@ -324,8 +347,7 @@ int temhostd_main(int argc, char **argv) {
     // so only after init_snmp is it known whether a master answered.
     init_snmp(APPL_NAME);
     if (!s_master_session_open) {
-        snmp_log(LOG_ERR, "Error: Could not initialize connection to Master SNMP daemon. \nCheck "
-                          "whether the master agent is running.\n");
+        snmp_log(LOG_ERR, "%s", NO_MASTER_MESSAGE);
         exit(1);
     }
     snmp_log(LOG_INFO, "%s%d.%d [Ready]\n", agent, TEMHOSTD_VERSION_MAJOR, TEMHOSTD_VERSION_MINOR);

@@ -46,6 +46,18 @@ def wait_for(predicate, timeout=10.0, interval=0.1, what="condition"):
     raise AssertionError("timed out waiting for " + what)
 
 
+def catches_stop_signals(pid):
+    """True once the daemon has installed its SIGTERM and SIGINT handlers:
+    it answers the master while it is still registering, before that."""
+    try:
+        with open("/proc/%d/status" % pid) as f:
+            caught = int(next(l for l in f if l.startswith("SigCgt:")).split()[1], 16)
+    except (OSError, StopIteration):
+        return False
+    wanted = (1 << (signal.SIGTERM - 1)) | (1 << (signal.SIGINT - 1))
+    return caught & wanted == wanted
+
+
 class SnmpError(Exception):
     def __init__(self, reason, output):
         super().__init__(reason + ": " + output)
@@ -213,7 +225,8 @@ class Bed:
         try:
             values = get(*READY_OIDS)
             values = values if isinstance(values, list) else [values]
-            return all(v.kind for v in values)  # "No Such Object" has no type
+            # "No Such Object" has no type
+            return all(v.kind for v in values) and catches_stop_signals(d.pid)
         except SnmpError:
             return False
 

@@ -4,8 +4,8 @@ import os
 import signal
 import time
 
-from conftest import (PERSIST_FILE, PID_FILE, ROOT, SAVED_COPY, get, set_, set_error, walk,
-                      wait_for)
+from conftest import (PERSIST_FILE, PID_FILE, ROOT, SAVED_COPY, catches_stop_signals, get, set_,
+                      set_error, walk, wait_for)
 
 NOBODY = 65534
 POLL = ROOT + ".2.1.4.1.0"
@@ -157,7 +157,8 @@ def test_fork_detaches_and_the_child_serves(bed):
     pid = wait_for(lambda: os.path.exists(PID_FILE) and open(PID_FILE).read().strip(),
                    what="the pid file")
     try:
-        wait_for(lambda: _answers(), what="the detached daemon")
+        wait_for(lambda: _answers() and catches_stop_signals(int(pid)),
+                 what="the detached daemon")
     finally:
         os.kill(int(pid), signal.SIGTERM)
         wait_for(lambda: not os.path.exists(PID_FILE), what="the clean stop")
