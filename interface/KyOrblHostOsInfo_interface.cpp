@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "interface/callback_guard.h"
 #include "platform/commands.h"
 #include "platform/popen_stream.h"
 #include "platform/sysinfo.h"
@@ -43,25 +42,21 @@ int get_HostOSType(void) {
 }
 
 int get_HostOSTelnet(void) {
-    // The platform's path lookup may allocate; no exception may reach the
-    // agent library's C frames above the handler.
-    return guard_callback("get_HostOSTelnet", TELNET_NOT_ONLINE, [] {
-        char cmd[SVC_CMD_LEN];
-        int n = snprintf(cmd, sizeof(cmd), "%s |grep %s", platform::svcs_path(), TELNET_SERVICE);
-        // A cut command line would run something else entirely.
-        if (n < 0 || static_cast<size_t>(n) >= sizeof(cmd)) {
-            return TELNET_NOT_ONLINE;
-        }
-        platform::PopenStream svcs(cmd);
-        if (!svcs.ok()) {
-            return TELNET_NOT_ONLINE;
-        }
-        char line[SVC_LINE_LEN];
-        while (svcs.read_line(line, sizeof(line))) {
-            if (strstr(line, "online")) {
-                return TELNET_ONLINE;
-            }
-        }
+    char cmd[SVC_CMD_LEN];
+    int n = snprintf(cmd, sizeof(cmd), "%s |grep %s", platform::svcs_path(), TELNET_SERVICE);
+    // A cut command line would run something else entirely.
+    if (n < 0 || static_cast<size_t>(n) >= sizeof(cmd)) {
         return TELNET_NOT_ONLINE;
-    });
+    }
+    platform::PopenStream svcs(cmd);
+    if (!svcs.ok()) {
+        return TELNET_NOT_ONLINE;
+    }
+    char line[SVC_LINE_LEN];
+    while (svcs.read_line(line, sizeof(line))) {
+        if (strstr(line, "online")) {
+            return TELNET_ONLINE;
+        }
+    }
+    return TELNET_NOT_ONLINE;
 }

@@ -63,23 +63,6 @@ void set_text_value(netsnmp_request_info *request, const char *text) {
     snmp_set_var_typed_value(request->requestvb, ASN_OCTET_STR, text, strlen(text));
 }
 
-int serve_integer(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests, long value) {
-    if (reqinfo->mode != MODE_GET) {
-        return SNMP_ERR_GENERR;
-    }
-    set_integer_value(requests, value);
-    return SNMP_ERR_NOERROR;
-}
-
-int serve_text(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests,
-               const char *text) {
-    if (reqinfo->mode != MODE_GET) {
-        return SNMP_ERR_GENERR;
-    }
-    set_text_value(requests, text);
-    return SNMP_ERR_NOERROR;
-}
-
 int refuse_request(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request, int status) {
     netsnmp_set_request_error(reqinfo, request, status);
     return status;

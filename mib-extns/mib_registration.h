@@ -42,16 +42,23 @@ struct TableIteratorSpec {
 };
 bool register_table_iterator(const TableIteratorSpec &table);
 
-// Read-only scalar shape: noError with the value in MODE_GET, genErr in any
-// other mode (the value is then left untouched).
-int serve_integer(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests, long value);
-int serve_text(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests,
-               const char *text);
-
 // Puts a value into one request's variable: INTEGER as 4 bytes, text with
 // its string length and no NUL.
 void set_integer_value(netsnmp_request_info *request, long value);
 void set_text_value(netsnmp_request_info *request, const char *text);
+
+// Read-only INTEGER scalar shape: in MODE_GET the figure is fetched from
+// its provider at this moment and served, noError; any other mode is
+// genErr and fetches nothing (no system call for a request it refuses).
+template <typename Figure>
+int serve_integer(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests,
+                  Figure figure) {
+    if (reqinfo->mode != MODE_GET) {
+        return SNMP_ERR_GENERR;
+    }
+    set_integer_value(requests, figure());
+    return SNMP_ERR_NOERROR;
+}
 
 // Marks the request with an error status and returns that status, as the
 // RESERVE1 refusals do.

@@ -87,20 +87,13 @@ int get_vorHoDesc(netsnmp_mib_handler *, netsnmp_handler_registration *,
 
 int get_vorHoOsType(netsnmp_mib_handler *, netsnmp_handler_registration *,
                     netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
-    if (reqinfo->mode != MODE_GET) {
-        return SNMP_ERR_GENERR;
-    }
-    iHostOsType = get_HostOSType();
-    return serve_integer(reqinfo, requests, iHostOsType);
+    return serve_integer(reqinfo, requests, [] { return iHostOsType = get_HostOSType(); });
 }
 
 int get_vorHoTelnet(netsnmp_mib_handler *, netsnmp_handler_registration *,
                     netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
-    if (reqinfo->mode != MODE_GET) {
-        return SNMP_ERR_GENERR;
-    }
-    iTelnetaVailable = get_HostOSTelnet();
-    return serve_integer(reqinfo, requests, iTelnetaVailable);
+    // The service query runs on every GET; nothing is cached.
+    return serve_integer(reqinfo, requests, [] { return iTelnetaVailable = get_HostOSTelnet(); });
 }
 
 // The two role objects differ only in buffer, limit and debug token.

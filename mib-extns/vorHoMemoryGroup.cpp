@@ -12,35 +12,24 @@ void init_vorHoMemoryGroup(void) {
     REGISTER_RO_SCALAR(vorHoPagingMemoryFree);
 }
 
-// The figure is computed only for a GET: no other mode should pay for a
-// swapctl or a kernel statistics read.
-template <typename Figure>
-static int serve_figure(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests,
-                        Figure figure) {
-    if (reqinfo->mode != MODE_GET) {
-        return SNMP_ERR_GENERR;
-    }
-    return serve_integer(reqinfo, requests, figure());
-}
-
 int get_vorHoPhysicalMemorySize(netsnmp_mib_handler *, netsnmp_handler_registration *,
                                 netsnmp_agent_request_info *reqinfo,
                                 netsnmp_request_info *requests) {
-    return serve_figure(reqinfo, requests, get_PhysicalMemorySizeMB);
+    return serve_integer(reqinfo, requests, get_PhysicalMemorySizeMB);
 }
 
 int get_vorHoPhysicalMemoryFree(netsnmp_mib_handler *, netsnmp_handler_registration *,
                                 netsnmp_agent_request_info *reqinfo,
                                 netsnmp_request_info *requests) {
-    return serve_figure(reqinfo, requests, get_PhysicalMemoryFreeMB);
+    return serve_integer(reqinfo, requests, get_PhysicalMemoryFreeMB);
 }
 
 int get_vorHoPagingMemorySize(netsnmp_mib_handler *, netsnmp_handler_registration *,
                               netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
-    return serve_figure(reqinfo, requests, get_VirtualMemorySizeMB);
+    return serve_integer(reqinfo, requests, get_VirtualMemorySizeMB);
 }
 
 int get_vorHoPagingMemoryFree(netsnmp_mib_handler *, netsnmp_handler_registration *,
                               netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
-    return serve_figure(reqinfo, requests, get_VirtualMemoryFreeMB);
+    return serve_integer(reqinfo, requests, get_VirtualMemoryFreeMB);
 }

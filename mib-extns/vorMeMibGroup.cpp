@@ -58,17 +58,17 @@ void set_mib_condition(int condition) {
 
 int get_vorMeMibRevMajor(netsnmp_mib_handler *, netsnmp_handler_registration *,
                          netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
-    return serve_integer(reqinfo, requests, MIB_REV_MAJOR);
+    return serve_integer(reqinfo, requests, [] { return MIB_REV_MAJOR; });
 }
 
 int get_vorMeMibRevMinor(netsnmp_mib_handler *, netsnmp_handler_registration *,
                          netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
-    return serve_integer(reqinfo, requests, MIB_REV_MINOR);
+    return serve_integer(reqinfo, requests, [] { return MIB_REV_MINOR; });
 }
 
 int get_vorMeMibCondition(netsnmp_mib_handler *, netsnmp_handler_registration *,
                           netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
-    return serve_integer(reqinfo, requests, g_MIbCond);
+    return serve_integer(reqinfo, requests, [] { return g_MIbCond; });
 }
 
 static int check_poll_frequency(netsnmp_agent_request_info *reqinfo,
