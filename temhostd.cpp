@@ -15,21 +15,30 @@
 
 #include "interface/KyOrblHostFs_interface.h"
 #include "mib-extns/mib_registration.h"
-#include "mib-extns/net_snmp.h"
+#include "interface/net_snmp.h"
 #include "mib-extns/vorHoFileSysTable.h"
 #include "mib-extns/vorHoInfo.h"
 #include "mib-extns/vorHoMemoryGroup.h"
 #include "mib-extns/vorMeMibGroup.h"
 
-volatile sig_atomic_t keep_running = 1;
-int do_fork = 0;
-int do_syslog = 0;
-int do_filelog = 0;
+#define TEMHOSTD_VERSION_MAJOR 2
+#define TEMHOSTD_VERSION_MINOR 3
+
+#define PID_FILE "/var/run/temhostd.pid"
+#define PERSIST_DIR "/var/sma_snmp"
+#define PERSIST_FILE PERSIST_DIR "/temhostd.conf"
+#define PERSIST_SAVED_COPY PERSIST_DIR "/temhostd.conf.saf"
+#define FILE_LOG_PATH "/var/log/snmpd.log"
+
+static volatile sig_atomic_t keep_running = 1; // cleared by the SIGTERM/SIGINT handler
+static int do_fork = 0;
+static int do_syslog = 0;
+static int do_filelog = 0;
 int g_do_trap = 1;
 char *pCommunityStr = nullptr;
 int alarm_handle = 0;
 
-const char *const agent = "KY Orbeline host agent[temhostd], Version ";
+static const char *const agent = "KY Orbeline host agent[temhostd], Version ";
 
 static const char DEFAULT_COMMUNITY[] = "quietharborlanes";
 static const char NO_MASTER_MESSAGE[] =
@@ -51,7 +60,7 @@ static int s_wake_pipe[2] = {-1, -1};
 // '+' stops the scan at the first argument that is not an option.
 static const char OPTION_LETTERS[] = "+vfslTc:dD:hVHY:m:M:O:I:P:r:t:Z:e:E:n:u:x:X:a:A:p:3:L:-:";
 
-void usage(const char *applName) {
+static void usage(const char *applName) {
     printf("Usage: %s [OPTION]...\n", applName);
     printf("\n");
     printf("Options:\n");
@@ -64,23 +73,23 @@ void usage(const char *applName) {
     printf("  -h         \t\tPrint this help and exit\n");
 }
 
-void PrintVersionInfo(void) {
+static void PrintVersionInfo(void) {
     printf("%s%d.%d\n", agent, TEMHOSTD_VERSION_MAJOR, TEMHOSTD_VERSION_MINOR);
     fflush(stdout);
 }
 
-int isCurrentUserRoot(void) {
+static int isCurrentUserRoot(void) {
     return getuid() == 0 ? 1 : 0;
 }
 
-int UnlinkPidfile(const char *pidFile) {
+static int UnlinkPidfile(const char *pidFile) {
     if (!pidFile) {
         return 0;
     }
     return unlink(pidFile);
 }
 
-void stop_server(int) {
+static void stop_server(int) {
     keep_running = 0;
     if (s_wake_pipe[1] >= 0) {
         const int saved_errno = errno;
@@ -94,7 +103,7 @@ static bool file_exists(const char *path) {
     return access(path, F_OK) == 0;
 }
 
-void AssertSingleInstance(const char *pidFile) {
+static void AssertSingleInstance(const char *pidFile) {
     const bool unclean_previous_stop = file_exists(pidFile);
 
     // The descriptor stays open for the life of the process: it holds the lock.
@@ -142,7 +151,7 @@ void AssertSingleInstance(const char *pidFile) {
     }
 }
 
-void closeAgt(void) {
+static void closeAgt(void) {
     UnlinkPidfile(PID_FILE);
     erase_fs_container();
     if (file_exists(PERSIST_SAVED_COPY)) {
@@ -386,10 +395,17 @@ void refresh_data(unsigned int, void *) {
     VOR_DEBUG("vorHostd", "refreshing data\n");
     refresh_flist_CB();
     if (g_osCommonPollFrequency != 0 && !b_AlarmSet) {
-        alarm_handle = static_cast<int>(snmp_alarm_register(
-            static_cast<unsigned int>(g_osCommonPollFrequency), SA_REPEAT, refresh_data, nullptr));
+        arm_refresh_alarm(g_osCommonPollFrequency);
         b_AlarmSet = 1;
     }
+}
+
+void arm_refresh_alarm(int period) {
+    if (alarm_handle != 0) {
+        snmp_alarm_unregister(static_cast<unsigned int>(alarm_handle));
+    }
+    alarm_handle = static_cast<int>(
+        snmp_alarm_register(static_cast<unsigned int>(period), SA_REPEAT, refresh_data, nullptr));
 }
 
 void refresh_cpu_data(void) {

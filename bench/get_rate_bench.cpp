@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "mib-extns/net_snmp.h"
+#include "interface/net_snmp.h"
 #include "mib-extns/object_map.h"
 
 static const oid sysUpTime_oid[] = {1, 3, 6, 1, 2, 1, 1, 3, 0};

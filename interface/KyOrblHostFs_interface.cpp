@@ -5,7 +5,7 @@
 #include <memory>
 #include <new>
 
-#include "mib-extns/mib_registration.h"
+#include "interface/debug.h"
 #include "platform/mnttab.h"
 
 #define FS_TOKEN "vorOrblFSinterface"

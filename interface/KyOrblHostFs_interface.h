@@ -36,7 +36,7 @@ extern vorHost_fs_usage_t *FileSysUsageList;
 // File system types left out of the table, null-terminated.
 extern const char *const exclude_fstypes[7];
 
-// Value codes of ReadFsysEntry, one per table column.
+// The table's columns, also the value codes of ReadFsysEntry.
 enum {
     FSYS_INDEX = 1,
     FSYS_DESC = 2,
@@ -45,6 +45,7 @@ enum {
     FSYS_PERCENT = 5,
     FSYS_FILES = 6,
     FSYS_FILES_USED = 7,
+    FSYS_MAX_COLUMN = FSYS_FILES_USED,
 };
 
 // Erases and rebuilds the list (start-up, the refresh timer, on-demand walks).

@@ -81,3 +81,31 @@ int check_text_value(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *
     }
     return SNMP_ERR_NOERROR;
 }
+
+int check_integer_range(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request,
+                        long min, long max, const char *token, const char *bad_value_message) {
+    const netsnmp_variable_list *var = request->requestvb;
+    if (var->type != ASN_INTEGER) {
+        if (token) {
+            VOR_DEBUG(token, "%x not int type", var->type);
+        }
+        return refuse_request(reqinfo, request, SNMP_ERR_WRONGTYPE);
+    }
+    const long value = *var->val.integer;
+    if (value < min || value > max) {
+        if (token) {
+            VOR_DEBUG(token, "%s", bad_value_message);
+        }
+        return refuse_request(reqinfo, request, SNMP_ERR_BADVALUE);
+    }
+    return SNMP_ERR_NOERROR;
+}
+
+bool on_demand_rebuild_due(time_t *prev_req_time, time_t cur_time, int min_interval) {
+    if (*prev_req_time != 0 && cur_time >= *prev_req_time &&
+        cur_time - *prev_req_time < min_interval) {
+        return false;
+    }
+    *prev_req_time = cur_time;
+    return true;
+}

@@ -2,17 +2,10 @@
 // registered, the handler shapes by request mode, and debug output.
 #pragma once
 
-#include "mib-extns/net_snmp.h"
+#include <ctime>
 
-// Debug output: a " file, line" line under "trace", then the message under
-// the module's token. Nothing is formatted unless debugging is on.
-#define VOR_DEBUG(token, ...)                                                                      \
-    do {                                                                                           \
-        if (snmp_get_do_debugging()) {                                                             \
-            DEBUGMSGTL(("trace", " %s, %d\n", __FILE__, __LINE__));                                \
-            DEBUGMSGTL((token, __VA_ARGS__));                                                      \
-        }                                                                                          \
-    } while (0)
+#include "interface/debug.h"
+#include "interface/net_snmp.h"
 
 // Registers a scalar instance under the object's own name. Results are
 // ignored by design: a failed registration leaves the object unserved.
@@ -93,6 +86,19 @@ int serve_writable_scalar(netsnmp_agent_request_info *reqinfo, netsnmp_request_i
         return SNMP_ERR_GENERR;
     }
 }
+
+// RESERVE1 check of an INTEGER object: ASN_INTEGER (else wrongType) from
+// min to max (else badValue). Logs under token on refusal (no token: no
+// debug lines), with bad_value_message for a value out of range.
+int check_integer_range(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request,
+                        long min, long max, const char *token, const char *bad_value_message);
+
+// The on-demand rebuild rule of the tables while periodic polling is off:
+// the first walk always rebuilds (*prev_req_time is 0 until then), later
+// walks at most once every min_interval seconds. A clock that went back
+// (set by hand, for example) rebuilds at once rather than freezing the
+// table until it catches up. Records cur_time as the rebuild time when due.
+bool on_demand_rebuild_due(time_t *prev_req_time, time_t cur_time, int min_interval);
 
 // RESERVE1 check of a text object: OCTET STRING (else wrongType) of at most
 // max_len octets (else wrongLength). Logs under token on refusal.

@@ -2,7 +2,7 @@
 // written. Scalars carry the instance .0; tables are the table object's OID.
 #pragma once
 
-#include "mib-extns/net_snmp.h"
+#include "interface/net_snmp.h"
 
 #define VOR_ENTERPRISE 1, 3, 6, 1, 4, 1, 32473
 #define VOR_ROOT VOR_ENTERPRISE, 11

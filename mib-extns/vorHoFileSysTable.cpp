@@ -6,24 +6,11 @@
 #include "mib-extns/vorMeMibGroup.h"
 
 #define FS_TABLE_TOKEN "vorHoFileSysTable:initialize_table_vorHoFileSysTable"
-#define FS_TABLE_MAX_COLUMN 7
-
-static time_t system_clock() {
-    return time(nullptr);
-}
-
-static vorHoFileSysTable_clock_fn s_clock = system_clock;
 
 // Pacing of the on-demand rebuild, used only by the first-row callback;
 // prev_req_time is 0 until the first on-demand rebuild.
 static time_t cur_time = 0;
 static time_t prev_req_time = 0;
-
-void vorHoFileSysTable_set_clock(vorHoFileSysTable_clock_fn clock) {
-    s_clock = clock ? clock : system_clock;
-    cur_time = 0;
-    prev_req_time = 0;
-}
 
 void init_vorHoFileSysTable(void) {
     initialize_table_vorHoFileSysTable();
@@ -36,7 +23,7 @@ void initialize_table_vorHoFileSysTable(void) {
     table.handler = vorHoFileSysTable_handler;
     table.table_oid = vorHoFileSysTable_oid;
     table.oid_len = OID_LENGTH(vorHoFileSysTable_oid);
-    table.max_column = FS_TABLE_MAX_COLUMN;
+    table.max_column = FSYS_MAX_COLUMN;
     table.get_first = vorHoFileSysTable_get_first_data_point;
     table.get_next = vorHoFileSysTable_get_next_data_point;
     table.debug_token = FS_TABLE_TOKEN;
@@ -63,9 +50,8 @@ netsnmp_variable_list *vorHoFileSysTable_get_first_data_point(void **my_loop_con
     // calls of one walk (one per GETNEXT) see the same rows. The rebuild
     // happens before any node is handed out.
     if (g_osCommonPollFrequency == 0) {
-        cur_time = s_clock();
-        if (prev_req_time == 0 || prev_req_time + FS_ON_DEMAND_MIN_INTERVAL <= cur_time) {
-            prev_req_time = cur_time;
+        cur_time = time(nullptr);
+        if (on_demand_rebuild_due(&prev_req_time, cur_time, FS_ON_DEMAND_MIN_INTERVAL)) {
             refresh_flist_CB();
         }
     }
@@ -88,25 +74,25 @@ netsnmp_variable_list *vorHoFileSysTable_get_next_data_point(void **my_loop_cont
 
 static void serve_column(netsnmp_request_info *request, unsigned int column, const fs_usage *fsp) {
     switch (column) {
-    case 1:
+    case FSYS_INDEX:
         set_integer_value(request, fsp->index);
         break;
-    case 2:
+    case FSYS_DESC:
         set_text_value(request, fsp->vorHoFileSysDesc);
         break;
-    case 3:
+    case FSYS_TOTAL_MB:
         set_integer_value(request, fsp->fsu_totalMB);
         break;
-    case 4:
+    case FSYS_USED_MB:
         set_integer_value(request, fsp->fsu_usedMB);
         break;
-    case 5:
+    case FSYS_PERCENT:
         set_integer_value(request, fs_served_percent(fsp));
         break;
-    case 6:
+    case FSYS_FILES:
         set_integer_value(request, fs_served_files(fsp));
         break;
-    case 7:
+    case FSYS_FILES_USED:
         set_integer_value(request, fs_served_files_used(fsp));
         break;
     default:

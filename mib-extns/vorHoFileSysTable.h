@@ -2,9 +2,7 @@
 // table iterator straight from FileSysUsageList.
 #pragma once
 
-#include <ctime>
-
-#include "mib-extns/net_snmp.h"
+#include "interface/net_snmp.h"
 
 void init_vorHoFileSysTable(void);
 void initialize_table_vorHoFileSysTable(void);
@@ -15,8 +13,3 @@ Netsnmp_Node_Handler vorHoFileSysTable_handler;
 
 // Seconds between two on-demand rebuilds while periodic polling is off.
 #define FS_ON_DEMAND_MIN_INTERVAL 10
-
-// Test seam: the clock that paces the on-demand rebuild (null restores
-// time()). Installing one also forgets the last rebuild, as at start-up.
-typedef time_t (*vorHoFileSysTable_clock_fn)(void);
-void vorHoFileSysTable_set_clock(vorHoFileSysTable_clock_fn clock);

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-#include "mib-extns/net_snmp.h"
+#include "interface/net_snmp.h"
 
 // What the role objects hold once stored while they were empty.
 inline constexpr char DUMMY_SYS_ROLE_STR[] = "Enter System Role";

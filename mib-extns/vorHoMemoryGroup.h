@@ -1,7 +1,7 @@
 // Memory group: physical memory and paging space in MB, read-only.
 #pragma once
 
-#include "mib-extns/net_snmp.h"
+#include "interface/net_snmp.h"
 
 void init_vorHoMemoryGroup(void);
 

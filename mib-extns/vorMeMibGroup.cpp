@@ -80,26 +80,8 @@ static int check_poll_frequency(netsnmp_agent_request_info *reqinfo,
         VOR_DEBUG("vorosPollingTime", "%x Curerntly polling disabled", var->type);
         return refuse_request(reqinfo, request, SNMP_ERR_BADVALUE);
     }
-    if (var->type != ASN_INTEGER) {
-        VOR_DEBUG("vorosPollingTime", "%x not int type", var->type);
-        return refuse_request(reqinfo, request, SNMP_ERR_WRONGTYPE);
-    }
-    long value = *var->val.integer;
-    if (value < POLL_FREQ_MIN || value > POLL_FREQ_MAX) {
-        VOR_DEBUG("vorosPollingTime", "Invalid Polling time");
-        return refuse_request(reqinfo, request, SNMP_ERR_BADVALUE);
-    }
-    return SNMP_ERR_NOERROR;
-}
-
-// Replaces the general refresh alarm by one with the new period.
-static void rearm_refresh_alarm(int period) {
-    g_osCommonPollFrequency = period;
-    if (alarm_handle != 0) {
-        snmp_alarm_unregister(static_cast<unsigned int>(alarm_handle));
-    }
-    alarm_handle = static_cast<int>(
-        snmp_alarm_register(static_cast<unsigned int>(period), SA_REPEAT, refresh_data, nullptr));
+    return check_integer_range(reqinfo, request, POLL_FREQ_MIN, POLL_FREQ_MAX, "vorosPollingTime",
+                               "Invalid Polling time");
 }
 
 int do_vorMeOsCommonPollFreq(netsnmp_mib_handler *, netsnmp_handler_registration *,
@@ -109,7 +91,8 @@ int do_vorMeOsCommonPollFreq(netsnmp_mib_handler *, netsnmp_handler_registration
         [](netsnmp_request_info *r) { set_integer_value(r, g_osCommonPollFrequency); },
         check_poll_frequency,
         [](const netsnmp_variable_list *v) {
-            rearm_refresh_alarm(static_cast<int>(*v->val.integer));
+            g_osCommonPollFrequency = static_cast<int>(*v->val.integer);
+            arm_refresh_alarm(g_osCommonPollFrequency);
         });
 }
 

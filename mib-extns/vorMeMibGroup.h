@@ -1,7 +1,7 @@
 // MIB revision, condition and poll-frequency group.
 #pragma once
 
-#include "mib-extns/net_snmp.h"
+#include "interface/net_snmp.h"
 
 // Period of the general refresh in seconds; 0 means periodic polling is off
 // and the tables refresh on demand instead.

@@ -25,7 +25,11 @@ wait_until() {
         sleep 0.2
     done
 }
-answers() { snmpget -v2c -c meadow -t 1 -r 0 127.0.0.1 "$1" | grep -q -e INTEGER -e Timeticks; }
+# Answers: every object given is registered ("No Such Object" means not yet).
+answers() {
+    out=$(snmpget -v2c -c meadow -t 1 -r 0 127.0.0.1 "$@" 2>&1) || return 1
+    ! printf '%s\n' "$out" | grep -q "No Such Object"
+}
 
 /usr/sbin/snmpd -f -Lf /var/log/snmpd-master.log -p /run/snmpd.pid &
 master=$!
@@ -36,6 +40,6 @@ wait_until answers 1.3.6.1.2.1.1.3.0 || { echo "the master agent did not start" 
 
 "$build/bin/temhostd" &
 daemon=$!
-# Ready when the daemon's last registered object answers through the master.
-wait_until answers 1.3.6.1.4.1.32473.11.2.1.4.1.0 || { echo "temhostd did not answer" >&2; exit 1; }
+# Ready when an object of every module answers through the master.
+wait_until answers $(sed -e 's/#.*//' "$(dirname "$0")/ready-oids") || { echo "temhostd did not answer" >&2; exit 1; }
 "$@"

@@ -28,8 +28,16 @@ rwcommunity {rw} 127.0.0.1
 """.format(ro=RO_COMMUNITY, rw=RW_COMMUNITY)
 
 # The subagent registers its objects with the master one by one: the daemon
-# is ready when an object of every module answers, the last registered too.
-READY_OIDS = [ROOT + ".2.13.1.0", ROOT + ".2.2.1.0", ROOT + ".1.1.0", ROOT + ".2.1.4.1.0"]
+# is ready when an object of every module answers (a table row may be
+# missing, but not the table: "No Such Object" means unregistered).
+def _ready_oids():
+    path = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts",
+                        "ready-oids")
+    with open(path) as f:
+        return [line.split("#")[0].split()[0] for line in f if line.split("#")[0].strip()]
+
+
+READY_OIDS = _ready_oids()
 
 PERSIST_FILE = "/var/sma_snmp/temhostd.conf"
 SAVED_COPY = "/var/sma_snmp/temhostd.conf.saf"
@@ -225,8 +233,8 @@ class Bed:
         try:
             values = get(*READY_OIDS)
             values = values if isinstance(values, list) else [values]
-            # "No Such Object" has no type
-            return all(v.kind for v in values) and catches_stop_signals(d.pid)
+            return (all("No Such Object" not in v.text for v in values)
+                    and catches_stop_signals(d.pid))
         except SnmpError:
             return False
 
