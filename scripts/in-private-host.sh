@@ -1,8 +1,8 @@
 #!/bin/sh
 # Runs a command as root inside private network and mount namespaces that
-# look like this host to it, but whose writes never reach the host: /var and
-# /etc are overlays whose changes land in a tmpfs, /run and /tmp are fresh
-# tmpfs, and the network holds only the loopback interface. Everything
+# look like this host to it, but whose writes never reach the host: /var,
+# /etc, /tmp and /mnt are overlays whose changes land in a tmpfs, /run is a
+# fresh tmpfs, and the network holds only the loopback interface. Everything
 # started inside ends with the namespaces.
 #
 # Usage: scripts/in-private-host.sh COMMAND [ARG...]
@@ -18,11 +18,13 @@ if [ "${TEMHOSTD_PRIVATE_HOST:-}" != 1 ]; then
 fi
 
 ip link set lo up
-mount -t tmpfs -o mode=0755 tmpfs /mnt
-for d in var etc; do
-    mkdir -p /mnt/$d-upper /mnt/$d-work
-    mount -t overlay overlay -o lowerdir=/$d,upperdir=/mnt/$d-upper,workdir=/mnt/$d-work /$d
-done
+# A fresh /run holds the overlays' upper layers. /tmp and /mnt are overlays
+# too rather than fresh tmpfs, so that a checkout or build tree under them
+# (a clone in /tmp, say) stays visible at its own path.
 mount -t tmpfs -o mode=0755 tmpfs /run
-mount -t tmpfs -o mode=1777 tmpfs /tmp
+for d in var etc tmp mnt; do
+    mkdir -p /run/.private-host/$d-upper /run/.private-host/$d-work
+    mount -t overlay overlay \
+        -o lowerdir=/$d,upperdir=/run/.private-host/$d-upper,workdir=/run/.private-host/$d-work /$d
+done
 exec "$@"
