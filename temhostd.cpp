@@ -152,8 +152,17 @@ static void AssertSingleInstance(const char *pidFile) {
 }
 
 static void closeAgt(void) {
-    UnlinkPidfile(PID_FILE);
     erase_fs_container();
+}
+
+// Called only once the final store has written the persistent file. Until
+// then the pid file marks the run unclean and the saved copy still holds the
+// values read at start: a stop killed halfway through the store is rolled
+// back at the next start instead of losing every stored value. The pid file
+// goes first, so a kill between the two leaves a clean start that links the
+// new file anew.
+static void forget_run_files(void) {
+    UnlinkPidfile(PID_FILE);
     if (file_exists(PERSIST_SAVED_COPY)) {
         unlink(PERSIST_SAVED_COPY);
     }
@@ -374,6 +383,7 @@ int temhostd_main(int argc, char **argv) {
     closeAgt();
     snmp_log(LOG_INFO, "Stopping %s%d.%d\n", agent, TEMHOSTD_VERSION_MAJOR, TEMHOSTD_VERSION_MINOR);
     snmp_shutdown(APPL_NAME);
+    forget_run_files();
     return rc;
 }
 

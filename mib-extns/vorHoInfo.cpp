@@ -6,6 +6,7 @@
 #include "interface/KyOrblHostOsInfo_interface.h"
 #include "mib-extns/mib_registration.h"
 #include "mib-extns/object_map.h"
+#include "temhostd.h"
 
 #define HO_TEXT_LEN 256
 
@@ -28,8 +29,7 @@ void init_vorHoInfo(void) {
     REGISTER_RO_SCALAR(vorHoTelnet);
     REGISTER_RW_SCALAR(vorHoSystemRole, do_vorHoSystemRole);
     REGISTER_RW_SCALAR(vorHoSystemRoleDetail, do_vorHoSystemRoleDetail);
-    // The role tokens of the persistent file are registered here, last, once
-    // the persistent-state code exists; until then both roles start empty.
+    initPersistance();
 }
 
 static void store_text(char *buf, size_t bufsize, const char *value, size_t len) {
@@ -118,4 +118,47 @@ int do_vorHoSystemRoleDetail(netsnmp_mib_handler *, netsnmp_handler_registration
                              netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
     return do_role(reqinfo, requests, sSystemRoleDetail, sizeof(sSystemRoleDetail),
                    "vorSystemRoleDetail");
+}
+
+int initPersistance(void) {
+    register_config_handler(APPL_NAME, SYS_ROLE_TOKEN, load_Orbl_Host_tokens, nullptr, nullptr);
+    register_config_handler(APPL_NAME, SYS_ROLE_DETAIL_TOKEN, load_Orbl_Host_tokens, nullptr,
+                            nullptr);
+    return snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_POST_READ_CONFIG,
+                                  hostinfo_post_read_config, nullptr);
+}
+
+void load_Orbl_Host_tokens(const char *token, char *cptr) {
+    const size_t len = cptr ? strlen(cptr) : 0;
+    if (strcmp(token, SYS_ROLE_TOKEN) == 0) {
+        set_system_role(cptr, len);
+    } else if (strcmp(token, SYS_ROLE_DETAIL_TOKEN) == 0) {
+        set_system_role_detail(cptr, len);
+    }
+}
+
+int hostinfo_post_read_config(int, int, void *, void *) {
+    snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_STORE_DATA, hostInfo_store_config,
+                           nullptr);
+    snmp_save_persistent(APPL_NAME);
+    snmp_clean_persistent(APPL_NAME);
+    return SNMPERR_SUCCESS;
+}
+
+int hostInfo_store_config(int, int, void *, void *) {
+    if (sSystemRole[0] == '\0') {
+        set_system_role(DUMMY_SYS_ROLE_STR, strlen(DUMMY_SYS_ROLE_STR));
+    }
+    if (sSystemRoleDetail[0] == '\0') {
+        set_system_role_detail(DUMMY_SYS_ROLE_DET_STR, strlen(DUMMY_SYS_ROLE_DET_STR));
+    }
+    // Token, blank, longest value and NUL: a value at its limit is stored whole.
+    char role_line[sizeof(SYS_ROLE_TOKEN) + 1 + SYS_ROLE_MAX_LEN];
+    char detail_line[sizeof(SYS_ROLE_DETAIL_TOKEN) + 1 + SYS_ROLE_DETAIL_MAX_LEN];
+    static_assert(sizeof(role_line) == 77 && sizeof(detail_line) == 532, "line buffers");
+    snprintf(role_line, sizeof(role_line), "%s %s", SYS_ROLE_TOKEN, sSystemRole);
+    read_config_store(APPL_NAME, role_line);
+    snprintf(detail_line, sizeof(detail_line), "%s %s", SYS_ROLE_DETAIL_TOKEN, sSystemRoleDetail);
+    read_config_store(APPL_NAME, detail_line);
+    return 0;
 }

@@ -16,6 +16,22 @@ inline constexpr char DUMMY_SYS_ROLE_DET_STR[] = "Enter System role details";
 
 void init_vorHoInfo(void);
 
+#define SYS_ROLE_TOKEN "system_role"
+#define SYS_ROLE_DETAIL_TOKEN "system_role_detail"
+
+// The role tokens of the persistent file: registers both and the callback
+// that runs once the configuration has been read.
+int initPersistance(void);
+// Parser of both role tokens; ignores other tokens.
+void load_Orbl_Host_tokens(const char *token, char *cptr);
+// After the configuration has been read: registers hostInfo_store_config
+// as the last store callback, then starts the persistent file anew, so the
+// values live in memory until the clean stop stores them.
+int hostinfo_post_read_config(int majorID, int minorID, void *serverarg, void *clientarg);
+// Store callback: empty roles become the default texts (in memory too), then
+// both lines are stored whole.
+int hostInfo_store_config(int majorID, int minorID, void *serverarg, void *clientarg);
+
 Netsnmp_Node_Handler get_vorHoName;
 Netsnmp_Node_Handler get_vorHoVersion;
 Netsnmp_Node_Handler get_vorHoDesc;

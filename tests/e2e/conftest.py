@@ -223,8 +223,11 @@ class Bed:
         d = Process(argv, "/var/log/temhostd-%d.out" % len(self.daemons))
         self.daemons.append(d)
         if wait:
-            wait_for(lambda: self._daemon_answers(d), timeout=20, what="temhostd to answer")
+            self.wait_daemon(d)
         return d
+
+    def wait_daemon(self, d):
+        wait_for(lambda: self._daemon_answers(d), timeout=20, what="temhostd to answer")
 
     def _daemon_answers(self, d):
         if not d.running():

@@ -1,0 +1,104 @@
+"""The values that outlive a restart: the persistent file's lines, their
+limits, and the rollback through the saved copy after an abrupt end."""
+
+import os
+import random
+import signal
+import time
+
+from conftest import PERSIST_FILE, PID_FILE, ROOT, SAVED_COPY, get, set_, set_error
+
+ROLE = ROOT + ".2.2.6.0"
+DETAIL = ROOT + ".2.2.7.0"
+POLL = ROOT + ".2.1.4.1.0"
+OURS = ("defaultPollFreq(sec) ", "hostguid ", "system_role ", "system_role_detail ")
+
+
+def our_lines(path=PERSIST_FILE):
+    with open(path) as f:
+        return [l.rstrip("\n") for l in f if l.startswith(OURS)]
+
+
+def test_clean_stop_stores_the_values_in_order_and_only_then(bed):
+    bed.write_persistent("defaultPollFreq(sec) 60\n")
+    bed.start_master()
+    d = bed.start_daemon()
+    # fresh installation: both roles empty until the first store
+    assert [get(ROLE).str, get(DETAIL).str] == ["", ""]
+    set_((ROLE, "s", "Web"))
+    # after the start-up read the values live in memory; the saved copy has them
+    assert our_lines() == []
+    assert our_lines(SAVED_COPY) == ["defaultPollFreq(sec) 60"]
+    d.stop()
+    lines = our_lines()
+    assert [l for l in lines if not l.startswith("hostguid ")] == [
+        "defaultPollFreq(sec) 60", "system_role Web",
+        "system_role_detail Enter System role details"]
+    assert lines.index("defaultPollFreq(sec) 60") == 0 and lines[-2].startswith("system_role ")
+    assert not os.path.exists(PID_FILE) and not os.path.exists(SAVED_COPY)
+
+    bed.start_daemon()
+    assert [get(ROLE).str, get(DETAIL).str, get(POLL).int] == [
+        "Web", "Enter System role details", 60]
+
+
+def test_limits_and_odd_values_of_the_file(bed):
+    long_detail = "d" * 511 + "e"
+    bed.write_persistent("defaultPollFreq(sec) 2000\nsystem_role %s\nsystem_role_detail %s\n"
+                         % ("r" * 70, long_detail))
+    bed.start_master()
+    d = bed.start_daemon()
+    assert get(ROLE).str == "r" * 64
+    assert get(DETAIL).str == long_detail
+    assert get(POLL).int == 2000, "no range check at start"
+    assert set_error((POLL, "i", 2000)) == "badValue"
+    d.stop()
+    assert "system_role_detail " + long_detail in our_lines()
+
+    bed.write_persistent("defaultPollFreq(sec) abc\ndefaultPollFreq(sec)\n")
+    bed.start_daemon()
+    assert get(POLL).int == 0, "not a number: polling off; no value: the line is skipped"
+
+
+def test_abrupt_end_rolls_back_and_a_lost_pid_file_loses_the_values(bed):
+    bed.write_persistent("system_role Before\n")
+    bed.start_master()
+    d = bed.start_daemon()
+    set_((ROLE, "s", "After"))
+    d.stop(signal.SIGKILL)
+    d = bed.start_daemon()
+    assert get(ROLE).str == "Before", "the saved copy of the start before"
+
+    d.stop(signal.SIGKILL)
+    os.unlink(PID_FILE)  # an emptied run directory after a reboot, say
+    bed.start_daemon()
+    assert get(ROLE).str == "", "the clean-start branch keeps the header-only file"
+
+
+def test_abrupt_kills_at_random_moments_never_lose_the_last_clean_values(bed):
+    bed.write_persistent("defaultPollFreq(sec) 60\nsystem_role Steady\n")
+    bed.start_master()
+    rng = random.Random(11)
+    # a quarter during start-up, a quarter while serving, half during the
+    # clean stop, which takes only about a millisecond here
+    for i in range(20):
+        d = bed.start_daemon(wait=False)
+        if i % 4 == 0:
+            time.sleep(rng.uniform(0.0, 0.15))
+        else:
+            bed.wait_daemon(d)
+            if i % 2:
+                d.proc.send_signal(signal.SIGTERM)
+                until = time.perf_counter() + rng.uniform(0.0, 0.002)
+                while time.perf_counter() < until:
+                    pass
+        d.stop(signal.SIGKILL)
+        d = bed.start_daemon()
+        assert [get(ROLE).str, get(POLL).int] == ["Steady", 60], i
+        d.stop(signal.SIGKILL)
+    d = bed.start_daemon()
+    d.stop()
+    lines = our_lines()
+    assert lines[0] == "defaultPollFreq(sec) 60"
+    assert lines[-2:] == ["system_role Steady", "system_role_detail Enter System role details"]
+
