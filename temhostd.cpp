@@ -341,8 +341,6 @@ int temhostd_main(int argc, char **argv) {
     // The saved copy covers the persistent file only if the library keeps
     // it in the same directory.
     netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_PERSISTENT_DIR, PERSIST_DIR);
-    // Reconnect on our own when the master agent restarts while we serve.
-    netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, 15);
     // Every OID the daemon uses is numeric: loading the host's MIB files
     // would only cost start-up time and memory. An operator's MIBS (or -m)
     // still wins.
@@ -359,6 +357,13 @@ int temhostd_main(int argc, char **argv) {
         snmp_log(LOG_ERR, "%s", NO_MASTER_MESSAGE);
         exit(1);
     }
+    // Reconnect on our own when the master agent restarts while we serve.
+    // The library retries (and, while connected, pings) at this interval:
+    // one second keeps the objects away from managers for at most about a
+    // second after the master is back, for one small AgentX exchange a
+    // second while all is well. Set after init_agent, which puts in its own
+    // default of 15 seconds.
+    netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, 1);
     init_modules();
     keep_running = 1;
     // The library opens the AgentX session while it reads the configuration,

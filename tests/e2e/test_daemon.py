@@ -169,3 +169,17 @@ def _answers():
         return get(ROOT + ".1.1.0").int == 1
     except Exception:
         return False
+
+
+def test_objects_answer_again_soon_after_the_master_restarts(bed):
+    bed.start_master()
+    d = bed.start_daemon()
+    for _ in range(3):
+        bed.master.stop()
+        time.sleep(0.5)  # long enough for the daemon to notice
+        bed.start_master()  # returns once the master answers managers
+        started = time.monotonic()
+        wait_for(lambda: bed._daemon_answers(d), timeout=10, interval=0.05,
+                 what="every module's objects again")
+        gap = time.monotonic() - started
+        assert gap < 2.0, "objects came back %.2f s after the master" % gap
