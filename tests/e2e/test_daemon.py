@@ -117,23 +117,6 @@ def test_sigint_stops_cleanly(bed):
     assert not os.path.exists(PID_FILE)
 
 
-def test_crash_restores_persistent_file_from_saved_copy(bed):
-    bed.write_persistent("defaultPollFreq(sec) 60\n")
-    bed.start_master()
-    d = bed.start_daemon()
-    assert os.stat(SAVED_COPY).st_ino == os.stat(PERSIST_FILE).st_ino
-    # The library replaces the live file while the daemon runs; stand in for
-    # that with a new file that has lost the value.
-    with open(PERSIST_FILE + ".new", "w") as f:
-        f.write("# emptied\n")
-    os.rename(PERSIST_FILE + ".new", PERSIST_FILE)
-    d.stop(signal.SIGKILL)
-    assert os.path.exists(PID_FILE)
-
-    bed.start_daemon()
-    assert get(POLL).int == 60
-
-
 def test_foreign_options_go_to_the_library_and_the_scan_ends(bed):
     bed.start_master()
     long_community = "x" * 10240
