@@ -3,6 +3,7 @@
 // formats can be tested against fixture trees (see host_paths.h).
 #pragma once
 
+#include <cstdint>
 #include <ctime>
 #include <istream>
 #include <ostream>
@@ -14,9 +15,13 @@ namespace platform {
 // svcs: the state line of svc:/network/telnet:default.
 
 // True when a telnet service is up on this host: a TCP listener on port 23
-// (/proc/net/tcp, /proc/net/tcp6), an active systemd telnet unit, or an
-// enabled telnet line in /etc/inetd.conf with an inetd running.
+// (asked of the kernel over netlink, else read from /proc/net/tcp and tcp6),
+// or an enabled telnet line in /etc/inetd.conf with an inetd running.
 bool telnet_online();
+enum class ListenerAnswer { Yes, No, Unknown };
+// Whether a TCP socket (IPv4 or IPv6) listens on the local port, asked of
+// the kernel's socket diagnostics; Unknown when the kernel refuses.
+ListenerAnswer tcp_listener_on_port(uint16_t port);
 // True when the /proc/net/tcp-format table holds a listener on local port 23.
 bool has_telnet_listener(std::istream &tcp_table);
 // True when inetd.conf holds an uncommented telnet service line.

@@ -4,7 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
 #include <fnmatch.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <sstream>
 
 namespace {
@@ -51,13 +55,10 @@ TEST(PlatformTelnet, ListenerMustBeAListeningSocketOnLocalPort23) {
     }
 }
 
-TEST_F(PlatformStandins, TelnetStateFromListenersInetdAndSystemd) {
-    // A listener in tcp6 only; near misses only; inetd running or not; systemd.
-    const std::pair<const char *, bool> trees[] = {{"host", true},
-                                                   {"bare", false},
-                                                   {"inetd", true},
-                                                   {"inetd-stopped", false},
-                                                   {"systemd", true}};
+TEST_F(PlatformStandins, TelnetStateFromListenersAndInetd) {
+    // A listener in tcp6 only; near misses only; inetd running or not.
+    const std::pair<const char *, bool> trees[] = {
+        {"host", true}, {"bare", false}, {"inetd", true}, {"inetd-stopped", false}};
     for (const auto &[tree, online] : trees) {
         use(tree);
         EXPECT_EQ(online, platform::telnet_online()) << tree;
@@ -69,6 +70,57 @@ TEST_F(PlatformStandins, TelnetStateFromListenersInetdAndSystemd) {
     use("bare");
     run(platform::run_svcs, {"svcs"});
     EXPECT_NE(out_.str().find("\ndisabled       "), std::string::npos) << out_.str();
+}
+
+// A listening socket on an ephemeral loopback port, IPv4 or IPv6.
+int listen_on_loopback(int family, uint16_t &port) {
+    int fd = socket(family, SOCK_STREAM, 0);
+    sockaddr_storage ss{};
+    socklen_t len;
+    if (family == AF_INET) {
+        auto *a = reinterpret_cast<sockaddr_in *>(&ss);
+        a->sin_family = AF_INET;
+        a->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        len = sizeof(*a);
+    } else {
+        auto *a = reinterpret_cast<sockaddr_in6 *>(&ss);
+        a->sin6_family = AF_INET6;
+        a->sin6_addr = in6addr_loopback;
+        len = sizeof(*a);
+    }
+    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr *>(&ss), len) != 0 || listen(fd, 1) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr *>(&ss), &len) != 0) {
+        return -1;
+    }
+    port = ntohs(family == AF_INET ? reinterpret_cast<sockaddr_in *>(&ss)->sin_port
+                                   : reinterpret_cast<sockaddr_in6 *>(&ss)->sin6_port);
+    return fd;
+}
+
+TEST(PlatformTelnet, KernelReportsListenersOfEitherFamilyButNotConnections) {
+    for (int family : {AF_INET, AF_INET6}) {
+        uint16_t port = 0;
+        int fd = listen_on_loopback(family, port);
+        if (fd < 0) {
+            continue; // no IPv6 on this host
+        }
+        EXPECT_EQ(platform::ListenerAnswer::Yes, platform::tcp_listener_on_port(port)) << family;
+        // a connection to it is not a listener of the client's port
+        int client = socket(family, SOCK_STREAM, 0);
+        sockaddr_storage ss{};
+        socklen_t len = sizeof(ss);
+        getsockname(fd, reinterpret_cast<sockaddr *>(&ss), &len);
+        ASSERT_EQ(0, connect(client, reinterpret_cast<sockaddr *>(&ss), len));
+        sockaddr_storage mine{};
+        socklen_t mine_len = sizeof(mine);
+        getsockname(client, reinterpret_cast<sockaddr *>(&mine), &mine_len);
+        const uint16_t client_port =
+            ntohs(reinterpret_cast<sockaddr_in *>(&mine)->sin_port); // same offset in both
+        EXPECT_EQ(platform::ListenerAnswer::No, platform::tcp_listener_on_port(client_port));
+        close(client);
+        close(fd);
+        EXPECT_EQ(platform::ListenerAnswer::No, platform::tcp_listener_on_port(port)) << family;
+    }
 }
 
 TEST(PlatformSvcs, TimeColumnNarrowsWithAge) {
