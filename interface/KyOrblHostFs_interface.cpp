@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <vector>
 
 #include "interface/debug.h"
 #include "platform/mnttab.h"
@@ -18,6 +19,12 @@ const char *const exclude_fstypes[7] = {"autofs", "ctfs",  "proc", "mntfs",
 
 // Index most recently assigned; -1 while the list is empty.
 static int s_current_index = -1;
+
+// Beside the list: its last node, so appending is constant time, and every
+// node by its index (indexes run from 0 without gaps), so a walk can resume
+// at any row without passing the ones before it.
+static vorHost_fs_usage_t *s_tail = nullptr;
+static std::vector<vorHost_fs_usage_t *> s_rows;
 
 // Whole MB held by count blocks of size bytes. Exact integer arithmetic
 // gives the same truncated figure as a double division for every 32-bit
@@ -152,24 +159,26 @@ int isExcludedFTYpe(const char *fType) {
 }
 
 int add_to_container(fs_usage *pfsp) {
-    vorHost_fs_usage_t *node = new (std::nothrow) vorHost_fs_usage_t();
+    std::unique_ptr<vorHost_fs_usage_t> node(new (std::nothrow) vorHost_fs_usage_t());
     if (!node) {
+        VOR_DEBUG(FS_TOKEN, "add_to_container: calloc failed\n");
+        return 0;
+    }
+    try {
+        s_rows.push_back(node.get());
+    } catch (const std::bad_alloc &) {
         VOR_DEBUG(FS_TOKEN, "add_to_container: calloc failed\n");
         return 0;
     }
     node->pFsUsage = pfsp;
     pfsp->index = ++s_current_index;
     node->next = nullptr;
-
-    if (!FileSysUsageList) {
-        FileSysUsageList = node;
-        return 1;
+    if (s_tail) {
+        s_tail->next = node.get();
+    } else {
+        FileSysUsageList = node.get();
     }
-    vorHost_fs_usage_t *tail = FileSysUsageList;
-    while (tail->next) {
-        tail = tail->next;
-    }
-    tail->next = node;
+    s_tail = node.release();
     return 1;
 }
 
@@ -182,7 +191,13 @@ void erase_fs_container(void) {
         node = next;
     }
     FileSysUsageList = nullptr;
+    s_tail = nullptr;
+    s_rows.clear();
     s_current_index = -1;
+}
+
+vorHost_fs_usage_t *fs_row_from(unsigned long index) {
+    return index < s_rows.size() ? s_rows[index] : nullptr;
 }
 
 static void put_int32(void *dest, int32_t value) {
@@ -190,11 +205,9 @@ static void put_int32(void *dest, int32_t value) {
 }
 
 int ReadFsysEntry(int fsys_rowid, int val_Type, void *fsys_val) {
-    for (const vorHost_fs_usage_t *node = FileSysUsageList; node; node = node->next) {
+    if (const vorHost_fs_usage_t *node =
+            fsys_rowid >= 0 ? fs_row_from(static_cast<unsigned long>(fsys_rowid)) : nullptr) {
         const fs_usage *fsp = node->pFsUsage;
-        if (fsp->index != fsys_rowid) {
-            continue;
-        }
         switch (val_Type) {
         case FSYS_INDEX:
             put_int32(fsys_val, fsp->index);

@@ -61,6 +61,9 @@ int isExcludedFTYpe(const char *fType);
 int add_to_container(fs_usage *pfsp);
 // Frees every node and record and restarts the indexes at 0.
 void erase_fs_container(void);
+// The first row whose index is index or more (null past the last), found
+// without walking the list.
+vorHost_fs_usage_t *fs_row_from(unsigned long index);
 // Writes the value chosen by val_Type of the row fsys_rowid to fsys_val:
 // an int for codes 1, 3 and 4, the low 32 bits for 5 to 7, and for 2 the
 // description bytes without a NUL. 1 on success, 0 for a missing row or an

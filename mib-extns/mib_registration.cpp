@@ -26,17 +26,65 @@ void register_rw_scalar(const char *name, Netsnmp_Node_Handler *handler, const o
     register_scalar(name, handler, reg_oid, oid_len, HANDLER_CAN_RWRITE);
 }
 
+namespace {
+
+// Where the iterator's first pass over a table should begin: the lowest
+// index any request of the message names. Shared by the handler below and
+// the table's first-row callback (through the iterator's myvoid).
+struct WalkStart {
+    oid index;
+};
+
+// Runs between the table helper, which has parsed each request's index,
+// and the iterator, whose first-row callback then starts at that index
+// instead of the first row. A request with no index starts at the head.
+int note_walk_start(netsnmp_mib_handler *handler, netsnmp_handler_registration *reginfo,
+                    netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
+    auto *start = static_cast<WalkStart *>(handler->myvoid);
+    oid lowest = ~static_cast<oid>(0);
+    for (netsnmp_request_info *r = requests; r; r = r->next) {
+        if (r->processed) {
+            continue;
+        }
+        const netsnmp_table_request_info *info = netsnmp_extract_table_info(r);
+        const oid named = info && info->index_oid_len > 0 ? info->index_oid[0] : 0;
+        lowest = named < lowest ? named : lowest;
+    }
+    start->index = lowest == ~static_cast<oid>(0) ? 0 : lowest;
+    return netsnmp_call_next_handler(handler, reginfo, reqinfo, requests);
+}
+
+} // namespace
+
+oid table_walk_start(netsnmp_iterator_info *iinfo) {
+    auto *start = static_cast<WalkStart *>(iinfo ? iinfo->myvoid : nullptr);
+    if (!start) {
+        return 0;
+    }
+    // Only the first pass of a message may skip rows: a later pass looks
+    // for the next column, whose first row is the table's first.
+    const oid index = start->index;
+    start->index = 0;
+    return index;
+}
+
 bool register_table_iterator(const TableIteratorSpec &table) {
     netsnmp_table_registration_info *table_info =
         SNMP_MALLOC_TYPEDEF(netsnmp_table_registration_info);
     netsnmp_iterator_info *iinfo = SNMP_MALLOC_TYPEDEF(netsnmp_iterator_info);
     netsnmp_handler_registration *reg = netsnmp_create_handler_registration(
         table.name, table.handler, table.table_oid, table.oid_len, HANDLER_CAN_RWRITE);
-    if (!table_info || !iinfo || !reg) {
+    auto *start = static_cast<WalkStart *>(calloc(1, sizeof(WalkStart)));
+    netsnmp_mib_handler *start_handler = netsnmp_create_handler("vorWalkStart", note_walk_start);
+    if (!table_info || !iinfo || !reg || !start || !start_handler) {
         SNMP_FREE(table_info);
         SNMP_FREE(iinfo);
+        free(start);
         if (reg) {
             netsnmp_handler_registration_free(reg);
+        }
+        if (start_handler) {
+            netsnmp_handler_free(start_handler);
         }
         return false;
     }
@@ -46,8 +94,18 @@ bool register_table_iterator(const TableIteratorSpec &table) {
     iinfo->get_first_data_point = table.get_first;
     iinfo->get_next_data_point = table.get_next;
     iinfo->table_reginfo = table_info;
+    // Rows are handed out in ascending index order: the iterator may stop
+    // at the first row past a GETNEXT's index instead of trying them all.
+    iinfo->flags |= NETSNMP_ITERATOR_FLAG_SORTED;
+    iinfo->myvoid = start;
+    start_handler->myvoid = start;
+    start_handler->data_free = free;
     VOR_DEBUG(table.debug_token, "%s", table.registering);
-    netsnmp_register_table_iterator(reg, iinfo);
+    if (netsnmp_register_table_iterator(reg, iinfo) == MIB_REGISTERED_OK) {
+        netsnmp_inject_handler_before(reg, start_handler, TABLE_ITERATOR_NAME);
+    } else {
+        netsnmp_handler_free(start_handler);
+    }
     return true;
 }
 

@@ -35,6 +35,13 @@ struct TableIteratorSpec {
 };
 bool register_table_iterator(const TableIteratorSpec &table);
 
+// For a table's first-row callback: the lowest row index the requests of
+// this message name (0 when one names none), so the walk can begin at the
+// first row with that index or more instead of at the head. Rows must be
+// handed out in ascending index order. Later calls within the same message
+// return 0 (the head).
+oid table_walk_start(netsnmp_iterator_info *iinfo);
+
 // Puts a value into one request's variable: INTEGER as 4 bytes, text with
 // its string length and no NUL.
 void set_integer_value(netsnmp_request_info *request, long value);

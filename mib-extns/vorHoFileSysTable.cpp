@@ -44,7 +44,7 @@ static netsnmp_variable_list *hand_out_row(vorHost_fs_usage_t *node, void **my_l
 netsnmp_variable_list *vorHoFileSysTable_get_first_data_point(void **my_loop_context,
                                                               void **my_data_context,
                                                               netsnmp_variable_list *put_index_data,
-                                                              netsnmp_iterator_info *) {
+                                                              netsnmp_iterator_info *mydata) {
     // With the timed refresh off, a walk brings the list up to date itself,
     // but no more often than every 10 seconds so that the repeated first-row
     // calls of one walk (one per GETNEXT) see the same rows. The rebuild
@@ -55,10 +55,13 @@ netsnmp_variable_list *vorHoFileSysTable_get_first_data_point(void **my_loop_con
             refresh_flist_CB();
         }
     }
-    if (!FileSysUsageList) {
+    // A walk resumes at the row it left off, not at the head: the cost of
+    // a request does not grow with the number of rows.
+    vorHost_fs_usage_t *first = fs_row_from(table_walk_start(mydata));
+    if (!first) {
         return nullptr;
     }
-    return hand_out_row(FileSysUsageList, my_loop_context, my_data_context, put_index_data);
+    return hand_out_row(first, my_loop_context, my_data_context, put_index_data);
 }
 
 netsnmp_variable_list *vorHoFileSysTable_get_next_data_point(void **my_loop_context,

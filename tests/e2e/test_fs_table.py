@@ -5,7 +5,7 @@ import os
 import subprocess
 import time
 
-from conftest import ROOT, get, set_, set_error, walk
+from conftest import AGENT, ROOT, get, getnext, parse_values, set_, set_error, tool, walk
 
 TABLE = ROOT + ".2.4.1"
 ENTRY = TABLE + ".1"
@@ -91,3 +91,35 @@ def test_polling_on_rebuilds_only_on_the_timer(bed):
     set_((POLL, "i", 5))
     time.sleep(5.5)
     assert "tmpfs On /mnt/late" in described(rows()), "the timer did"
+
+
+def test_getnext_resumes_correctly_from_any_point(bed):
+    for i in range(6):
+        bed.mount_tmpfs("/mnt/fs-%d" % i, 4)
+    bed.start_master()
+    bed.start_daemon()
+    table = rows()
+    order = sorted((tuple(int(x) for x in v.oid.split(".")), v.text)
+                   for cols in table.values() for v in cols.values())
+    entry = tuple(int(x) for x in ENTRY.split("."))
+    last = max(table)
+
+    def expected_after(oid):
+        return next(((o, t) for o, t in order if o > oid), None)
+
+    starts = [entry[:-1], entry, entry + (0,), entry + (3,), entry + (3, 2), entry + (3, 2, 9),
+              entry + (4, last), entry + (7, last), entry + (5, 2 ** 31 - 1), entry + (5, 2 ** 32 - 1)]
+    for start in starts:
+        got = getnext(".".join(map(str, start)))
+        want = expected_after(start)
+        if want is None:
+            assert not got.oid.startswith(TABLE + "."), start
+        else:
+            assert (got.oid, got.text) == (".".join(map(str, want[0])), want[1]), start
+    # one message naming rows far apart: every varbind gets its own next row
+    many = [entry + (6, last - 1), entry + (2, 0), entry + (3, last)]
+    got = parse_values(tool("snmpgetnext", AGENT, *(".".join(map(str, o)) for o in many)))
+    assert [v.oid for v in got] == [".".join(map(str, expected_after(o)[0])) for o in many]
+    # a bulk walk sees exactly what a plain walk sees
+    assert [(v.oid, v.text) for v in walk(TABLE, bulk=True)] == \
+        [(v.oid, v.text) for v in walk(TABLE)]
