@@ -307,6 +307,21 @@ static void drain_wake_pipe(int fd, void *) {
     }
 }
 
+// The stop signal has done its work once the loop has ended; the pipe goes
+// before the library shuts down, so no descriptor outlives the run.
+static void close_wake_pipe(void) {
+    if (s_wake_pipe[0] >= 0) {
+        unregister_readfd(s_wake_pipe[0]);
+        close(s_wake_pipe[0]);
+    }
+    if (s_wake_pipe[1] >= 0) {
+        const int fd = s_wake_pipe[1];
+        s_wake_pipe[1] = -1; // a late signal then writes nothing
+        close(fd);
+    }
+    s_wake_pipe[0] = -1;
+}
+
 static void install_signal_handlers(void) {
     if (pipe2(s_wake_pipe, O_NONBLOCK | O_CLOEXEC) == 0) {
         register_readfd(s_wake_pipe[0], drain_wake_pipe, nullptr);
@@ -384,6 +399,7 @@ int temhostd_main(int argc, char **argv) {
         rc = agent_check_and_process(1);
         netsnmp_check_outstanding_agent_requests();
     }
+    close_wake_pipe();
 
     closeAgt();
     snmp_log(LOG_INFO, "Stopping %s%d.%d\n", agent, TEMHOSTD_VERSION_MAJOR, TEMHOSTD_VERSION_MINOR);
