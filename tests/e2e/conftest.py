@@ -203,17 +203,19 @@ class Bed:
         self.mounts.append(path)
 
     # -- master agent ------------------------------------------------------
-    def start_master(self, extra_conf=""):
+    def start_master(self, extra_conf="", base_conf=MASTER_CONF, probe_community=RO_COMMUNITY):
+        """base_conf replaces the bed's own configuration (then give a
+        community that may read sysUpTime.0 as probe_community)."""
         with open("/etc/snmp/snmpd.conf", "w") as f:
-            f.write(MASTER_CONF + extra_conf)
+            f.write(base_conf + extra_conf)
         self.master = Process(["/usr/sbin/snmpd", "-f", "-Lf", "/var/log/master.log",
                                "-p", "/run/snmpd.pid"], "/var/log/master.out")
-        wait_for(lambda: os.path.exists("/var/agentx/master") and self._master_answers(),
-                 what="the master agent")
+        wait_for(lambda: os.path.exists("/var/agentx/master")
+                 and self._master_answers(probe_community), what="the master agent")
 
-    def _master_answers(self):
+    def _master_answers(self, community=RO_COMMUNITY):
         try:
-            get("1.3.6.1.2.1.1.3.0")
+            tool("snmpget", AGENT, "1.3.6.1.2.1.1.3.0", community=community)
             return True
         except (SnmpError, subprocess.TimeoutExpired):
             return False
@@ -246,7 +248,7 @@ class Bed:
                 if " = " in b:
                     o, v = b.split(" = ", 1)
                     binds.append((o.strip().lstrip("."), v))
-            out.append((int(version), enterprise.lstrip("."), generic, specific, binds))
+            out.append((int(version), enterprise.lstrip("."), generic, specific.lstrip("."), binds))
         return out
 
     # -- the daemon --------------------------------------------------------
