@@ -200,6 +200,7 @@ def test_master_without_the_community_costs_little(bed):
     array = octets(getx(STATUS_ARRAY, community="manager"))
     assert entry(array, 11) == [0, 0, 0, 0] and entry(array, 0) == [1, 1, 8, 0]
     assert d.output().count(NO_ANSWER_LINE) == 1
+    assert "warning" not in d.output().lower(), "Debian's directives pass silently"
     assert 'community "meadow"' in d.output()
 
 

@@ -85,3 +85,19 @@ def test_minus_T_sets_succeed_and_send_nothing(bed):
     time.sleep(3)
     assert ours(bed) == []
     assert len(bed.traps()) >= 1, "the receiver got the master's own coldStart"
+
+
+def test_after_a_master_restart_traps_still_go_to_the_sinks_only(bed):
+    bed.start_trap_receiver()
+    bed.start_master(TRAP_SINKS)
+    d = bed.start_daemon()
+    bed.master.stop()
+    bed.start_master(TRAP_SINKS)
+    # the daemon reconnects (it pings the master every 15 s) and registers again
+    wait_for(lambda: bed._daemon_answers(d), timeout=40, interval=0.5, what="the reconnection")
+    set_((GENERIC, "s", "after restart"))
+    wait_for(lambda: len(ours(bed)) >= 2, timeout=5, interval=0.05, what="the traps")
+    time.sleep(1.5)
+    traps = ours(bed)
+    assert len(traps) == 2, "the new AgentX session is no trap destination either"
+    check_pair(by_version(traps, 0)[0], by_version(traps, 1)[0], 11003, "after restart")
