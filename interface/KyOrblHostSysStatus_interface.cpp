@@ -119,10 +119,10 @@ static void report_unanswered_queries(void) {
     s_timeout_reported = true;
     const char *community = get_local_query_community();
     snmp_log(LOG_ERR,
-             "Local SNMP queries to the master agent get no answer: the MIB status array is not "
-             "updated. Grant the community \"%s\" read access for 127.0.0.1 in the master's "
-             "snmpd.conf (for example \"rocommunity %s 127.0.0.1\"), or start with -c and a "
-             "community the master knows.\n",
+             "Local SNMP queries to the master agent get no answer, so the MIB status array is "
+             "not updated: the master is not running or drops the community \"%s\". Grant it "
+             "read access for 127.0.0.1 in the master's snmpd.conf (for example \"rocommunity %s "
+             "127.0.0.1\"), or start with -c and a community the master knows.\n",
              community, community);
 }
 
