@@ -14,12 +14,22 @@
 #include <vector>
 
 #include "interface/KyOrblHostFs_interface.h"
+#include "interface/KyOrblHostSysStatus_interface.h"
+#include "interface/KyOrblNetSnmp_helpers.h"
+#include "interface/kyfixtraps.h"
 #include "mib-extns/mib_registration.h"
 #include "interface/net_snmp.h"
 #include "mib-extns/vorHoFileSysTable.h"
 #include "mib-extns/vorHoInfo.h"
 #include "mib-extns/vorHoMemoryGroup.h"
 #include "mib-extns/vorMeMibGroup.h"
+#include "mib-extns/vorHoClientGroup.h"
+#include "mib-extns/vorHoCriticalSoftwareUpdateData.h"
+#include "mib-extns/vorHoHWInfoPlatform.h"
+#include "mib-extns/vorHoMiscScalars.h"
+#include "mib-extns/vorHoSwVerAgentsVer.h"
+#include "mib-extns/vorHoSysStatusGroup.h"
+#include "mib-extns/vorHoTrapInfoGroup.h"
 
 #define TEMHOSTD_VERSION_MAJOR 2
 #define TEMHOSTD_VERSION_MINOR 3
@@ -338,6 +348,10 @@ static void install_signal_handlers(void) {
 
 int temhostd_main(int argc, char **argv) {
     scan_options(argc, argv);
+    // The local status queries use -c when given, else their own default.
+    if (pCommunityStr) {
+        set_local_query_community(pCommunityStr);
+    }
     if (!pCommunityStr) {
         pCommunityStr = const_cast<char *>(DEFAULT_COMMUNITY);
     }
@@ -365,6 +379,7 @@ int temhostd_main(int argc, char **argv) {
         detach();
     }
     AssertSingleInstance(PID_FILE);
+    ky_fix_subagent_traps();
 
     snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START,
                            master_session_opened, nullptr);
@@ -404,6 +419,8 @@ int temhostd_main(int argc, char **argv) {
     closeAgt();
     snmp_log(LOG_INFO, "Stopping %s%d.%d\n", agent, TEMHOSTD_VERSION_MAJOR, TEMHOSTD_VERSION_MINOR);
     snmp_shutdown(APPL_NAME);
+    // Last: the final store above reads the host GUID from the record.
+    erase_sysstat_info();
     forget_run_files();
     return rc;
 }
@@ -418,13 +435,21 @@ void init_modules(void) {
     init_vorHoFileSysTable();
     init_vorHoMemoryGroup();
     init_vorHoInfo();
+    init_vorHoTrapInfoGroup();
+    init_vorHoClientGroup();
+    init_vorHoMiscScalars();
     init_vorMeMibGroup();
+    init_vorHoSwVerAgentsVer();
+    init_vorHoHWInfoPlatform();
+    init_vorHoSysStatusGroup();
+    init_vorHoCriticalSoftwareUpdateData();
 }
 
 void refresh_data(unsigned int, void *) {
     static int b_AlarmSet = 0;
     VOR_DEBUG("vorHostd", "refreshing data\n");
     refresh_flist_CB();
+    refresh_misc();
     if (g_osCommonPollFrequency != 0 && !b_AlarmSet) {
         arm_refresh_alarm(g_osCommonPollFrequency);
         b_AlarmSet = 1;

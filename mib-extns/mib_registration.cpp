@@ -167,3 +167,18 @@ bool on_demand_rebuild_due(time_t *prev_req_time, time_t cur_time, int min_inter
     *prev_req_time = cur_time;
     return true;
 }
+
+int serve_date(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request, u_char *buf,
+               const char *field) {
+    if (reqinfo->mode != MODE_GET) {
+        return SNMP_ERR_GENERR;
+    }
+    const size_t size = 14;
+    memset(buf, 0, size);
+    if (field) {
+        memcpy(buf, field, size);
+    }
+    snmp_set_var_typed_value(request->requestvb, ASN_OCTET_STR, buf,
+                             strnlen(reinterpret_cast<const char *>(buf), size));
+    return SNMP_ERR_NOERROR;
+}

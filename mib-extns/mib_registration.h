@@ -111,3 +111,9 @@ bool on_demand_rebuild_due(time_t *prev_req_time, time_t cur_time, int min_inter
 // max_len octets (else wrongLength). Logs under token on refusal.
 int check_text_value(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request,
                      size_t max_len, const char *token);
+
+// Read-only date scalar shape: in MODE_GET copies the 14-octet date field
+// into buf (14 octets, the response's storage) and sends the octets before
+// the first zero octet; a null field sends nothing. Other modes: genErr.
+int serve_date(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request, u_char *buf,
+               const char *field);

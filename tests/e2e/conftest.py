@@ -43,6 +43,14 @@ PERSIST_FILE = "/var/sma_snmp/temhostd.conf"
 SAVED_COPY = "/var/sma_snmp/temhostd.conf.saf"
 PID_FILE = "/var/run/temhostd.pid"
 
+# Where the trap receiver writes what it receives: one line per trap,
+# "TRAP|version|enterprise|generic|specific|" then the bindings, each
+# "oid = TYPE: value", separated by "~" (version 0 is SNMPv1, 1 SNMPv2c).
+TRAP_LOG = "/var/log/traps.log"
+TRAP_FORMAT = "TRAP|%s|%N|%w|%q|%V~%v\\n"
+# Master directives that make the receiver the trap destination.
+TRAP_SINKS = "trapsink 127.0.0.1 {c}\ntrap2sink 127.0.0.1 {c}\n".format(c=RO_COMMUNITY)
+
 
 def wait_for(predicate, timeout=10.0, interval=0.1, what="condition"):
     deadline = time.monotonic() + timeout
@@ -186,6 +194,7 @@ class Bed:
         self.master = None
         self.daemons = []
         self.mounts = []
+        self.trap_receiver = None
 
     def mount_tmpfs(self, path, size_mb):
         os.makedirs(path, exist_ok=True)
@@ -194,20 +203,53 @@ class Bed:
         self.mounts.append(path)
 
     # -- master agent ------------------------------------------------------
-    def start_master(self, extra_conf=""):
+    def start_master(self, extra_conf="", base_conf=MASTER_CONF, probe_community=RO_COMMUNITY):
+        """base_conf replaces the bed's own configuration (then give a
+        community that may read sysUpTime.0 as probe_community)."""
         with open("/etc/snmp/snmpd.conf", "w") as f:
-            f.write(MASTER_CONF + extra_conf)
+            f.write(base_conf + extra_conf)
         self.master = Process(["/usr/sbin/snmpd", "-f", "-Lf", "/var/log/master.log",
                                "-p", "/run/snmpd.pid"], "/var/log/master.out")
-        wait_for(lambda: os.path.exists("/var/agentx/master") and self._master_answers(),
-                 what="the master agent")
+        wait_for(lambda: os.path.exists("/var/agentx/master")
+                 and self._master_answers(probe_community), what="the master agent")
 
-    def _master_answers(self):
+    def _master_answers(self, community=RO_COMMUNITY):
         try:
-            get("1.3.6.1.2.1.1.3.0")
+            tool("snmpget", AGENT, "1.3.6.1.2.1.1.3.0", community=community)
             return True
         except (SnmpError, subprocess.TimeoutExpired):
             return False
+
+    # -- trap receiver -----------------------------------------------------
+    def start_trap_receiver(self):
+        """snmptrapd on 127.0.0.1:162, accepting every community, logging
+        to TRAP_LOG (read with traps())."""
+        with open("/etc/snmp/snmptrapd.conf", "w") as f:
+            f.write("disableAuthorization yes\n")
+        self.trap_receiver = Process(
+            ["/usr/sbin/snmptrapd", "-f", "-On", "-C", "-c", "/etc/snmp/snmptrapd.conf",
+             "-Lf", TRAP_LOG, "-F", TRAP_FORMAT, "-p", "/run/snmptrapd.pid",
+             "udp:127.0.0.1:162"], "/var/log/snmptrapd.out", env=dict(os.environ, MIBS=""))
+        wait_for(lambda: os.path.exists(TRAP_LOG) and "NET-SNMP" in open(TRAP_LOG).read(),
+                 what="the trap receiver")
+
+    def traps(self):
+        """Every trap received so far: (version, enterprise, generic, specific,
+        [(oid, value text)...]) in order of arrival."""
+        out = []
+        if not os.path.exists(TRAP_LOG):
+            return out
+        for line in open(TRAP_LOG, errors="replace").read().split("\n"):
+            if not line.startswith("TRAP|"):
+                continue
+            _, version, enterprise, generic, specific, rest = line.split("|", 5)
+            binds = []
+            for b in rest.split("~"):
+                if " = " in b:
+                    o, v = b.split(" = ", 1)
+                    binds.append((o.strip().lstrip("."), v))
+            out.append((int(version), enterprise.lstrip("."), generic, specific.lstrip("."), binds))
+        return out
 
     # -- the daemon --------------------------------------------------------
     def write_persistent(self, text):
@@ -256,6 +298,8 @@ class Bed:
             d.stop()
         if self.master:
             self.master.stop()
+        if self.trap_receiver:
+            self.trap_receiver.stop()
         for path in reversed(self.mounts):
             subprocess.run(["umount", "-l", path], check=False)
 

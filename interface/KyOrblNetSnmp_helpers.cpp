@@ -1,0 +1,59 @@
+#include "interface/KyOrblNetSnmp_helpers.h"
+
+#include <cstring>
+
+static const char DEFAULT_LOCAL_COMMUNITY[] = "meadow";
+static char s_community[256] = "meadow";
+
+void set_local_query_community(const char *community) {
+    const char *c = community ? community : DEFAULT_LOCAL_COMMUNITY;
+    memset(s_community, 0, sizeof(s_community));
+    strncpy(s_community, c, sizeof(s_community) - 1);
+}
+
+const char *get_local_query_community(void) {
+    return s_community;
+}
+
+int snmp_check_oid_exists(const oid *oidstr, size_t oid_len, long *value) {
+    netsnmp_session session;
+    snmp_sess_init(&session);
+    session.version = SNMP_VERSION_1;
+    session.community = reinterpret_cast<u_char *>(s_community);
+    session.community_len = strlen(s_community);
+    session.peername = const_cast<char *>("localhost");
+    session.timeout = LOCAL_QUERY_TIMEOUT_USEC;
+    session.retries = LOCAL_QUERY_RETRIES;
+
+    netsnmp_session *ss = snmp_open(&session);
+    if (!ss) {
+        snmp_log(LOG_ERR, "snmpTriggerTable: can't get master session for authentication params\n");
+        return LOCAL_QUERY_NOT_ANSWERED;
+    }
+    int result = LOCAL_QUERY_NOT_ANSWERED;
+    netsnmp_pdu *pdu = snmp_pdu_create(SNMP_MSG_GET);
+    if (pdu && snmp_add_null_var(pdu, oidstr, oid_len)) {
+        netsnmp_pdu *response = nullptr;
+        // Sends the request and frees it whatever happens.
+        const int status = snmp_synch_response(ss, pdu, &response);
+        if (status == STAT_SUCCESS && response && response->errstat == SNMP_ERR_NOERROR &&
+            response->variables && response->variables->val.string) {
+            // The objects queried are integers; any other value is read as
+            // one too, without reading past what the library holds.
+            const netsnmp_variable_list *var = response->variables;
+            long v = 0;
+            memcpy(&v, var->val.string, var->val_len < sizeof(v) ? var->val_len : sizeof(v));
+            *value = v;
+            result = LOCAL_QUERY_ANSWERED;
+        } else if (status == STAT_TIMEOUT) {
+            result = LOCAL_QUERY_TIMED_OUT;
+        }
+        if (response) {
+            snmp_free_pdu(response);
+        }
+    } else if (pdu) {
+        snmp_free_pdu(pdu);
+    }
+    snmp_close(ss);
+    return result;
+}

@@ -1,0 +1,32 @@
+// Local SNMP queries: one GET through the host's master agent, the way the
+// status array learns the condition and revision of the enterprise's MIBs.
+#pragma once
+
+#include <cstddef>
+
+#include "interface/net_snmp.h"
+
+// Results of one local query.
+enum {
+    LOCAL_QUERY_TIMED_OUT = -1,   // no answer within the time-out
+    LOCAL_QUERY_NOT_ANSWERED = 0, // error status, empty answer, no session
+    LOCAL_QUERY_ANSWERED = 1,     // the value was stored through value
+};
+
+// A local master answers in well under a millisecond, its nested query for
+// this daemon's own MIB included; a master that drops the request (an
+// unknown community) must not hold the main loop for the library's default
+// time-out and retries.
+#define LOCAL_QUERY_TIMEOUT_USEC 500000L
+#define LOCAL_QUERY_RETRIES 0
+
+// The community the local queries send: the daemon's -c argument when given,
+// else "meadow". The text is copied (at most 255 characters).
+void set_local_query_community(const char *community);
+const char *get_local_query_community(void);
+
+// One SNMPv1 GET of the OID of oid_len sub-identifiers to the master agent
+// on this host (the library's default port), in a session of its own.
+// Stores the first variable's value, read as a signed integer, through
+// value and returns LOCAL_QUERY_ANSWERED; otherwise one of the other results.
+int snmp_check_oid_exists(const oid *oidstr, size_t oid_len, long *value);

@@ -1,0 +1,63 @@
+"""Sixteen concurrent walkers of the whole subtree (GETBULK and GETNEXT,
+some also reading the web-management port, whose every GET rebuilds the
+status array through the master): no error response, no time-out, and a
+resident size that stays flat. Meant to run against the sanitizer build
+(tests/e2e/run.sh build-asan test_reliability.py); TEMHOSTD_RELIABILITY_SECONDS
+sets its length (default 60; the full form is 120 or more)."""
+
+import os
+import threading
+import time
+
+from conftest import AGENT, READY_OIDS, ROOT, parse_values, tool
+
+DURATION = int(os.environ.get("TEMHOSTD_RELIABILITY_SECONDS", "60"))
+WEB_PORT = ROOT + ".2.10.5.0"
+WALKERS = 16
+
+
+def rss_kb(pid):
+    with open("/proc/%d/status" % pid) as f:
+        return int(next(l for l in f if l.startswith("VmRSS:")).split()[1])
+
+
+def test_sixteen_walkers_leave_no_error_and_no_growth(bed):
+    bed.start_master()
+    d = bed.start_daemon()
+    stop = threading.Event()
+    errors, walks = [], [0] * WALKERS
+
+    def walker(i):
+        # no retry: a request that times out once is a failure
+        cmd = "snmpbulkwalk" if i % 2 == 0 else "snmpwalk"
+        while not stop.is_set():
+            try:
+                values = parse_values(tool(cmd, "-t", "3", "-r", "0", AGENT, ROOT))
+                if len(values) < len(READY_OIDS):
+                    errors.append((i, "short walk: %d values" % len(values)))
+                if i % 4 == 1:
+                    tool("snmpget", "-t", "3", "-r", "0", AGENT, WEB_PORT)
+                walks[i] += 1
+            except Exception as e:  # noqa: BLE001 - every failure counts
+                errors.append((i, repr(e)[:300]))
+
+    threads = [threading.Thread(target=walker, args=(i,)) for i in range(WALKERS)]
+    for t in threads:
+        t.start()
+    try:
+        time.sleep(DURATION / 2)
+        settled = rss_kb(d.pid)
+        time.sleep(DURATION - DURATION / 2)
+        final = rss_kb(d.pid)
+    finally:
+        stop.set()
+        for t in threads:
+            t.join()
+    assert errors == [], errors[:5]
+    assert min(walks) > 0
+    assert abs(final - settled) <= settled * 0.10, (settled, final)
+    d.stop()
+    out = d.output()
+    assert "Sanitizer" not in out and "runtime error" not in out, out[-3000:]
+    print("walks: %d, resident size %d kB after %d s, %d kB at the end"
+          % (sum(walks), settled, DURATION // 2, final))
