@@ -5,6 +5,7 @@
 #include "interface/KyOrblHostSysStatus_interface.h"
 #include "mib-extns/mib_registration.h"
 #include "mib-extns/object_map.h"
+#include "temhostd.h"
 
 // Response values outlive the handler call.
 static u_char s_mib_array[MIB_ARRAY_SIZE];
@@ -20,8 +21,10 @@ void init_vorHoSysStatusGroup(void) {
     REGISTER_RW_SCALAR(vorHoGUID, do_vorHoGUID);
     REGISTER_RO_SCALAR(vorHoCodeServer);
     REGISTER_RO_SCALAR(vorHoWebMgmtPort);
-    // The persistent "hostguid" token is registered here with the
-    // persistent-state code, before the record is created.
+    register_config_handler(APPL_NAME, HOST_GUID_TOKEN, load_Orbl_Host_sysstatus_tokens, nullptr,
+                            nullptr);
+    snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_STORE_DATA,
+                           store_Orbl_Host_sysstatus_tokens, nullptr);
     set_mib_status_enterprise(enterprise_oid, OID_LENGTH(enterprise_oid));
     do_misc();
 }
@@ -84,4 +87,36 @@ int get_vorHoWebMgmtPort(netsnmp_mib_handler *, netsnmp_handler_registration *,
     // Every request for the port rebuilds the status array, in any mode.
     do_misc();
     return serve_integer(reqinfo, requests, get_web_mgmt_port);
+}
+
+// The record's GUID as text: its octets up to the first zero, at most the
+// whole field (a 17-octet GUID has no terminating zero).
+static size_t guid_length(const char *guid) {
+    return guid ? strnlen(guid, HO_GUID_SIZE) : 0;
+}
+
+void load_Orbl_Host_sysstatus_tokens(const char *token, char *cptr) {
+    if (strcmp(token, HOST_GUID_TOKEN) != 0) {
+        return;
+    }
+    const size_t len = cptr ? strlen(cptr) : 0;
+    if ((len == GUID_MIN_LEN || len == HO_GUID_SIZE) && strcmp(cptr, DEFAULT_GUID_STR) != 0) {
+        set_guid_str(cptr, static_cast<int>(len));
+    } else if (guid_length(getGuid()) == 0) {
+        // An SMBIOS GUID stays; without one the default stands in.
+        set_guid_str(DEFAULT_GUID_STR, static_cast<int>(strlen(DEFAULT_GUID_STR)));
+    }
+}
+
+int store_Orbl_Host_sysstatus_tokens(int, int, void *, void *) {
+    char line[41]; // room for the token, a blank and any GUID the record holds
+    const char *guid = getGuid();
+    const size_t len = guid_length(guid);
+    if (len > 0) {
+        snprintf(line, sizeof(line), "%s %.*s", HOST_GUID_TOKEN, static_cast<int>(len), guid);
+    } else {
+        snprintf(line, sizeof(line), "%s %s", HOST_GUID_TOKEN, DEFAULT_GUID_STR);
+    }
+    read_config_store(APPL_NAME, line);
+    return 1;
 }

@@ -11,6 +11,7 @@ from conftest import PERSIST_FILE, PID_FILE, ROOT, SAVED_COPY, get, set_, set_er
 ROLE = ROOT + ".2.2.6.0"
 DETAIL = ROOT + ".2.2.7.0"
 POLL = ROOT + ".2.1.4.1.0"
+GUID = ROOT + ".2.10.3.0"
 OURS = ("defaultPollFreq(sec) ", "hostguid ", "system_role ", "system_role_detail ")
 
 
@@ -25,21 +26,18 @@ def test_clean_stop_stores_the_values_in_order_and_only_then(bed):
     d = bed.start_daemon()
     # fresh installation: both roles empty until the first store
     assert [get(ROLE).str, get(DETAIL).str] == ["", ""]
-    set_((ROLE, "s", "Web"))
+    set_((ROLE, "s", "Web"), (GUID, "s", "0123456789ABCDEF"))
     # after the start-up read the values live in memory; the saved copy has them
     assert our_lines() == []
     assert our_lines(SAVED_COPY) == ["defaultPollFreq(sec) 60"]
     d.stop()
-    lines = our_lines()
-    assert [l for l in lines if not l.startswith("hostguid ")] == [
-        "defaultPollFreq(sec) 60", "system_role Web",
-        "system_role_detail Enter System role details"]
-    assert lines.index("defaultPollFreq(sec) 60") == 0 and lines[-2].startswith("system_role ")
+    assert our_lines() == ["defaultPollFreq(sec) 60", "hostguid 0123456789ABCDEF",
+                           "system_role Web", "system_role_detail Enter System role details"]
     assert not os.path.exists(PID_FILE) and not os.path.exists(SAVED_COPY)
 
     bed.start_daemon()
-    assert [get(ROLE).str, get(DETAIL).str, get(POLL).int] == [
-        "Web", "Enter System role details", 60]
+    assert [get(ROLE).str, get(DETAIL).str, get(POLL).int, get(GUID).str] == [
+        "Web", "Enter System role details", 60, "0123456789ABCDEF"]
 
 
 def test_limits_and_odd_values_of_the_file(bed):
@@ -55,9 +53,24 @@ def test_limits_and_odd_values_of_the_file(bed):
     d.stop()
     assert "system_role_detail " + long_detail in our_lines()
 
-    bed.write_persistent("defaultPollFreq(sec) abc\ndefaultPollFreq(sec)\n")
+    bed.write_persistent("defaultPollFreq(sec) abc\ndefaultPollFreq(sec)\nhostguid %s\n"
+                         % ("g" * 15))
     bed.start_daemon()
     assert get(POLL).int == 0, "not a number: polling off; no value: the line is skipped"
+    assert get(GUID).str == "0" * 16, "15 characters are ignored: the default stands in"
+
+
+def test_stored_default_guid_does_not_replace_the_smbios_one(bed):
+    bed.mount_tmpfs("/sys/firmware", 1)
+    os.makedirs("/sys/firmware/dmi/tables")
+    uuid = b"SMBIOS-GUID-1234"
+    with open("/sys/firmware/dmi/tables/DMI", "wb") as f:
+        f.write(bytes([1, 25, 1, 0, 1, 2, 0, 0]) + uuid + b"\x06Maker\0Model\0\0"
+                + bytes([127, 4, 2, 0, 0, 0]))
+    bed.write_persistent("hostguid 0000000000000000\n")
+    bed.start_master()
+    bed.start_daemon()
+    assert get(GUID).str == "SMBIOS-GUID-1234"
 
 
 def test_abrupt_end_rolls_back_and_a_lost_pid_file_loses_the_values(bed):
