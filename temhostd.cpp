@@ -13,9 +13,11 @@
 #include <unistd.h>
 #include <vector>
 
+#include "interface/KyOrblHostCpu_interface.h"
 #include "interface/KyOrblHostFs_interface.h"
 #include "mib-extns/mib_registration.h"
 #include "interface/net_snmp.h"
+#include "mib-extns/vorHoCpuUtilTable.h"
 #include "mib-extns/vorHoFileSysTable.h"
 #include "mib-extns/vorHoInfo.h"
 #include "mib-extns/vorHoMemoryGroup.h"
@@ -154,6 +156,7 @@ static void AssertSingleInstance(const char *pidFile) {
 static void closeAgt(void) {
     UnlinkPidfile(PID_FILE);
     erase_fs_container();
+    cleanup_cpustat_chain();
     if (file_exists(PERSIST_SAVED_COPY)) {
         unlink(PERSIST_SAVED_COPY);
     }
@@ -387,6 +390,7 @@ void init_modules(void) {
     init_vorHoFileSysTable();
     init_vorHoMemoryGroup();
     init_vorHoInfo();
+    init_vorHoCpuUtilTable();
     init_vorMeMibGroup();
 }
 
@@ -410,4 +414,8 @@ void arm_refresh_alarm(int period) {
 
 void refresh_cpu_data(void) {
     VOR_DEBUG("vorHostd", "registering cpu data refresh\n");
+    // Lives until the process ends; the first sample is taken when it
+    // first fires.
+    snmp_alarm_register(static_cast<unsigned int>(cpu_poll_time), SA_REPEAT, refresh_cpuLoad_alarm,
+                        nullptr);
 }
