@@ -206,7 +206,8 @@ int FetchKstatCpuLoad(void) {
         }
     }
 
-    // Processors that are not online read 0: their counters stand still.
+    // Processors that are not online read 0: their counters are held at 0
+    // and their statistics are not read below.
     read_psrinfo_listing();
     for (int cpu = 0; cpu < g_numCpu; ++cpu) {
         if (!isOnline(cpu)) {

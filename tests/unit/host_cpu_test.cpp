@@ -30,6 +30,7 @@ TEST(CpuLoad, WorkedSharesZeroDeltaWrapAndRange) {
     EXPECT_EQ(80u, cpu_load_percent(zero, ticks(60, 20, 15, 5)));
     EXPECT_EQ(12u, cpu_load_percent(zero, ticks(13, 0, 87, 0))) << "0.13 is stored just below";
     EXPECT_EQ(69u, cpu_load_percent(zero, ticks(70, 0, 30, 0))) << "and so is 0.7";
+    EXPECT_EQ(60u, cpu_load_percent(zero, ticks(5996, 0, 4004, 0))) << "three decimals first";
     EXPECT_EQ(100u, cpu_load_percent(zero, ticks(3, 4, 0, 0)));
     EXPECT_EQ(0u, cpu_load_percent(ticks(5, 6, 7, 8), ticks(5, 6, 7, 8))) << "no tick passed";
     EXPECT_EQ(0u, cpu_load_percent(zero, ticks(0, 0, 9, 1)));
@@ -206,6 +207,14 @@ TEST_F(CpuSampler, OfflineProcessorsReadZeroAndStatisticsPairByInstance) {
     EXPECT_EQ(0, isOnline(0));
     EXPECT_EQ(1, isOnline(1));
     EXPECT_EQ(0, isOnline(7)) << "no such processor";
+
+    // Processor 0 goes off-line after busy samples: it reads 0 at once.
+    write("listing", "0 on-line\n1 on-line\n");
+    sample({{190, 0, 10, 0}, {100, 0, 100, 0}});
+    sample({{290, 0, 10, 0}, {150, 0, 150, 0}});
+    write("listing", "0 off-line\n1 on-line\n");
+    sample({{390, 0, 10, 0}, {200, 0, 200, 0}});
+    EXPECT_EQ(0u, cpu(0).data_1min[3]);
 }
 
 TEST_F(CpuSampler, ListingThatCannotRunCountsEveryProcessorOffline) {
