@@ -136,6 +136,7 @@ int CpuUtilsetupAlarm(void) {
 static int read_psrinfo_listing(void) {
     std::unique_ptr<unsigned char[]> online(new (std::nothrow) unsigned char[g_numCpu]());
     if (!online) {
+        s_online.reset(); // nothing is known to be online
         return 0;
     }
     platform::PopenStream listing(platform::psrinfo_path());

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -36,25 +35,6 @@ TEST(CpuLoad, WorkedSharesZeroDeltaWrapAndRange) {
     EXPECT_EQ(0u, cpu_load_percent(zero, ticks(0, 0, 9, 1)));
     // User ticks wrapped from near 2^32: the difference is still 30 of 40.
     EXPECT_EQ(75u, cpu_load_percent(ticks(0xFFFFFFF0u, 0, 100, 0), ticks(14, 0, 110, 0)));
-
-    std::mt19937 rng(7);
-    std::uniform_int_distribution<uint_t> any;
-    std::uniform_int_distribution<uint_t> step(0, 100000);
-    for (int i = 0; i < 20000; ++i) {
-        cpu_stat_t prev = ticks(any(rng), any(rng), any(rng), any(rng)), now = prev;
-        for (uint_t &c : now.cpu_sysinfo.cpu)
-            c += step(rng);
-        const uint_t *p = prev.cpu_sysinfo.cpu, *n = now.cpu_sysinfo.cpu;
-        const double busy =
-            uint_t(n[CPU_USER] - p[CPU_USER]) + uint_t(n[CPU_KERNEL] - p[CPU_KERNEL]);
-        const double all =
-            busy + uint_t(n[CPU_IDLE] - p[CPU_IDLE]) + uint_t(n[CPU_WAIT] - p[CPU_WAIT]);
-        const unsigned int load = cpu_load_percent(prev, now);
-        ASSERT_LE(load, 100u);
-        if (all > 0) {
-            ASSERT_NEAR(100.0 * busy / all, load, 1.06) << i;
-        }
-    }
 }
 
 // A scratch host: /proc/stat, the present-processor list and a psrinfo
@@ -135,17 +115,6 @@ TEST(CpuRing, MeanOfFilledSlotsRoundsHalvesUp) {
     EXPECT_EQ(6u, e.hdr[CPU_RING_5MIN].sample);
 }
 
-TEST_F(CpuSampler, FirstSampleOnlyPrimes) {
-    ASSERT_NO_FATAL_FAILURE(host(1));
-    EXPECT_EQ(CpuUtilList, find_cpu_inst(0));
-    EXPECT_EQ(-1, cpu(0).cpu_1min);
-    sample({{500, 0, 500, 0}});
-    EXPECT_EQ(-1, cpu(0).cpu_1min) << "no average from the ticks since boot";
-    EXPECT_EQ(0u, cpu(0).hdr[CPU_RING_1MIN].sample);
-    sample({{520, 0, 580, 0}});
-    EXPECT_EQ(20, cpu(0).cpu_1min);
-}
-
 TEST_F(CpuSampler, SevenSamplesFillTheMinuteRingAndFeedTheLongRingsTwice) {
     ASSERT_NO_FATAL_FAILURE(host(1));
     sample({{0, 0, 0, 0}});
@@ -217,16 +186,9 @@ TEST_F(CpuSampler, OfflineProcessorsReadZeroAndStatisticsPairByInstance) {
     EXPECT_EQ(0u, cpu(0).data_1min[3]);
 }
 
-TEST_F(CpuSampler, ListingThatCannotRunCountsEveryProcessorOffline) {
-    ASSERT_NO_FATAL_FAILURE(host(2));
-    fs::remove(root / "cmd/psrinfo");
-    sample({{0, 0, 0, 0}, {0, 0, 0, 0}});
-    sample({{90, 0, 10, 0}, {90, 0, 10, 0}});
-    EXPECT_EQ(0, cpu(0).cpu_1min);
-    EXPECT_EQ(0, cpu(1).cpu_1min);
-}
-
-TEST_F(CpuSampler, FailedSampleChangesNothing) {
+// A sample that fails changes nothing and the next one measures from the
+// last good one; a psrinfo that cannot run counts every processor off-line.
+TEST_F(CpuSampler, FailuresLoseNothing) {
     ASSERT_NO_FATAL_FAILURE(host(1));
     sample({{0, 0, 0, 0}});
     sample({{30, 0, 70, 0}});
@@ -234,9 +196,11 @@ TEST_F(CpuSampler, FailedSampleChangesNothing) {
     EXPECT_EQ(0, refresh_cpuLoad_CB());
     EXPECT_EQ(30, cpu(0).cpu_1min);
     EXPECT_EQ(1u, cpu(0).hdr[CPU_RING_1MIN].sample);
-    // The next good sample measures from the last good one.
     sample({{130, 0, 70, 0}});
     EXPECT_EQ(65, cpu(0).cpu_1min); // (30 + 100) / 2
+    fs::remove(root / "cmd/psrinfo");
+    sample({{230, 0, 70, 0}});
+    EXPECT_EQ(0u, cpu(0).data_1min[2]);
 }
 
 TEST_F(CpuSampler, TwoHundredProcessorsAllGetRowsAndLoads) {
