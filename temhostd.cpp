@@ -13,12 +13,14 @@
 #include <unistd.h>
 #include <vector>
 
+#include "interface/KyOrblHostCpu_interface.h"
 #include "interface/KyOrblHostFs_interface.h"
 #include "interface/KyOrblHostSysStatus_interface.h"
 #include "interface/KyOrblNetSnmp_helpers.h"
 #include "interface/kyfixtraps.h"
 #include "mib-extns/mib_registration.h"
 #include "interface/net_snmp.h"
+#include "mib-extns/vorHoCpuUtilTable.h"
 #include "mib-extns/vorHoFileSysTable.h"
 #include "mib-extns/vorHoInfo.h"
 #include "mib-extns/vorHoMemoryGroup.h"
@@ -163,6 +165,7 @@ static void AssertSingleInstance(const char *pidFile) {
 
 static void closeAgt(void) {
     erase_fs_container();
+    cleanup_cpustat_chain();
 }
 
 // Called only once the final store has written the persistent file. Until
@@ -435,6 +438,7 @@ void init_modules(void) {
     init_vorHoFileSysTable();
     init_vorHoMemoryGroup();
     init_vorHoInfo();
+    init_vorHoCpuUtilTable();
     init_vorHoTrapInfoGroup();
     init_vorHoClientGroup();
     init_vorHoMiscScalars();
@@ -466,4 +470,8 @@ void arm_refresh_alarm(int period) {
 
 void refresh_cpu_data(void) {
     VOR_DEBUG("vorHostd", "registering cpu data refresh\n");
+    // Lives until the process ends; the first sample is taken when it
+    // first fires.
+    snmp_alarm_register(static_cast<unsigned int>(cpu_poll_time), SA_REPEAT, refresh_cpuLoad_alarm,
+                        nullptr);
 }

@@ -13,25 +13,34 @@
 #include <vector>
 
 // The chain is a snapshot of which statistics exist when it is opened;
-// their values are fetched from /proc again by every kstat_read.
+// their values are fetched from /proc again by every kstat_read. A sweep
+// over the processors shares one read of /proc/stat: a processor's read
+// takes a fresh copy only when the handle has none yet or this processor
+// was already served from it, so reading any statistic twice always sees
+// newer figures, while one pass over n processors reads the file once
+// instead of n times (it holds every processor and costs the kernel time
+// in proportion to their number).
 
 namespace {
 
 enum class Kind { SystemPages, SystemMisc, CpuStat };
 
-// Plain data throughout, so a handle is one block the caller cannot tell
+// The entries are plain data, so a handle is one block the caller cannot tell
 // from the Solaris one and kstat_close can find its entries again.
 struct Entry {
     kstat_t ks;
     Kind kind;
     kstat_named_t named[1];
     cpu_stat_t raw;
+    unsigned long served_copy; // copy of /proc/stat last read from; 0: none
 };
 
 struct Handle {
     kstat_ctl_t kc; // first member: the pointer handed out is the handle's
     Entry *entries;
     size_t count;
+    std::vector<platform::CpuTicks> stat_copy; // processors of /proc/stat, ascending
+    unsigned long stat_copy_id;                // 0 until the first copy
 };
 
 void copy_name(char (&dst)[KSTAT_STRLEN], const char *src) {
@@ -91,22 +100,33 @@ void fill_cpu_stat(const platform::CpuTicks &t, cpu_stat_t &out) {
     out.cpu_sysinfo.cpu[CPU_WAIT] = static_cast<uint_t>(t.iowait);
 }
 
-bool read_cpu_stat(int cpu, cpu_stat_t &out) {
-    std::string stat;
-    if (!platform::read_host_text("/proc/stat", stat))
-        return false;
-    for (const platform::CpuTicks &t : platform::parse_stat_cpus(stat)) {
-        if (t.cpu == cpu) {
-            fill_cpu_stat(t, out);
-            return true;
-        }
+bool by_cpu(const platform::CpuTicks &a, const platform::CpuTicks &b) {
+    return a.cpu < b.cpu;
+}
+
+bool read_cpu_stat(Handle &h, Entry &e) {
+    if (h.stat_copy_id == 0 || e.served_copy == h.stat_copy_id) {
+        std::string stat;
+        if (!platform::read_host_text("/proc/stat", stat))
+            return false;
+        h.stat_copy = platform::parse_stat_cpus(stat);
+        std::stable_sort(h.stat_copy.begin(), h.stat_copy.end(), by_cpu);
+        ++h.stat_copy_id;
+    }
+    e.served_copy = h.stat_copy_id;
+    platform::CpuTicks key;
+    key.cpu = e.ks.ks_instance;
+    auto it = std::lower_bound(h.stat_copy.begin(), h.stat_copy.end(), key, by_cpu);
+    if (it != h.stat_copy.end() && it->cpu == key.cpu) {
+        fill_cpu_stat(*it, e.raw);
+        return true;
     }
     // The processor went off-line since the chain was built.
     errno = ENXIO;
     return false;
 }
 
-bool refresh(Entry &e) {
+bool refresh(Handle &h, Entry &e) {
     switch (e.kind) {
     case Kind::SystemPages: {
         uint64_t pages;
@@ -123,7 +143,7 @@ bool refresh(Entry &e) {
         return true;
     }
     case Kind::CpuStat:
-        return read_cpu_stat(e.ks.ks_instance, e.raw);
+        return read_cpu_stat(h, e);
     }
     errno = EINVAL;
     return false;
@@ -208,7 +228,7 @@ kid_t read_entry(kstat_ctl_t *kc, kstat_t *ksp, void *buf) {
         errno = ENXIO;
         return -1;
     }
-    if (!refresh(*e))
+    if (!refresh(*reinterpret_cast<Handle *>(kc), *e))
         return -1;
     if (buf)
         memcpy(buf, ksp->ks_data, ksp->ks_data_size);

@@ -74,6 +74,18 @@ TEST_F(PlatformKstat, EveryReadFetchesCurrentValues) {
     EXPECT_NE(errno, 0);
 }
 
+// A pass over the processors shares one read of /proc/stat; reading a
+// processor a second time reads the file again.
+TEST_F(PlatformKstat, OnePassOverTheProcessorsReadsTheFileOnce) {
+    ASSERT_NO_FATAL_FAILURE(open("host"));
+    use("later");
+    EXPECT_EQ(ticks(0, CPU_USER), 210u);
+    use("host");
+    EXPECT_EQ(ticks(1, CPU_USER), 200u) << "from the copy cpu0 was read from";
+    EXPECT_EQ(ticks(0, CPU_USER), 110u) << "cpu0 again: a fresh copy";
+    EXPECT_EQ(ticks(1, CPU_USER), 100u);
+}
+
 TEST_F(PlatformKstat, FailuresReturnNullOrMinusOneWithErrno) {
     ASSERT_NO_FATAL_FAILURE(open("host"));
     errno = 0;
