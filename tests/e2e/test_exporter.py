@@ -15,6 +15,7 @@ from conftest import ROOT, Process, get, wait_for, walk
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 CONFIG = os.path.join(HERE, "..", "..", "contrib", "prometheus", "snmp.yml")
+RULES = os.path.join(HERE, "..", "..", "contrib", "prometheus", "temhostd-rules.yml")
 LISTEN = "127.0.0.1:9116"
 # The module ships with the community "public"; the bed's master grants it.
 PUBLIC = "rocommunity public 127.0.0.1\n"
@@ -196,6 +197,14 @@ def test_scrape_equals_snmp(bed, exporter):
     check_cpu(samples, cpu_before, cpu_after)
     check_software(samples, sw)
     check_status_scalars(samples)
+
+    # Every megabyte series has its byte series recorded.
+    with open(RULES) as f:
+        rules = f.read()
+    for name in {n for (n, _) in samples if n.endswith("_megabytes")}:
+        record = "record: %s\n    expr: %s * 1048576\n" % (name[:-len("megabytes")] + "bytes",
+                                                            name)
+        assert record in rules, name
 
 
 # The master itself serves sample rows of the tables and scalars the daemon
