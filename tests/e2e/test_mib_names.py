@@ -24,13 +24,18 @@ def named(tool, *args, env=None):
     return p.stdout, p.stderr
 
 
-def mib_columns():
-    """{entry name: set of column names} of the MIB's tables."""
+def mib_tree():
+    """(leaves, columns): the names of the MIB's objects under the subtree
+    that have no children, and {entry name: set of its column names}."""
     out, _ = named("snmptranslate", "-Tz")
-    nodes = dict(re.findall(r'^"([^"]+)"\s+"([0-9.]+)"', out, flags=re.M))
-    entries = {n: o for n, o in nodes.items() if n.endswith("Entry") and o.startswith(ROOT)}
-    return {e: {n for n, o in nodes.items() if o.rsplit(".", 1)[0] == eo}
-            for e, eo in entries.items()}
+    nodes = {n: o for n, o in re.findall(r'^"([^"]+)"\s+"([0-9.]+)"', out, flags=re.M)
+             if o.startswith(ROOT + ".")}
+    parents = {o.rsplit(".", 1)[0] for o in nodes.values()}
+    leaves = {n for n, o in nodes.items() if o not in parents}
+    entries = {n: o for n, o in nodes.items() if n.endswith("Entry")}
+    columns = {e: {n for n, o in nodes.items() if o.rsplit(".", 1)[0] == eo}
+               for e, eo in entries.items()}
+    return leaves, columns
 
 
 def test_walk_names_every_object_and_every_served_column(bed):
@@ -44,12 +49,14 @@ def test_walk_names_every_object_and_every_served_column(bed):
     assert len(lines) > 20
     unnamed = [l for l in lines if not l.startswith(MODULE + "::")]
     assert unnamed == [], "objects without a name"
+    leaves, tables = mib_tree()
     seen = {}
     for l in lines:
         name, index = re.match(MODULE + r"::(\w+)\.(\S+) = ", l).groups()
+        assert name in leaves, "named only by an ancestor: " + l
         seen.setdefault(name, set()).add(index)
     served_tables = 0
-    for entry, columns in mib_columns().items():
+    for entry, columns in tables.items():
         served = columns & set(seen)
         if served:
             served_tables += 1
