@@ -2,8 +2,9 @@
 # Installs what temhostd needs, builds it, and shows its main job: a private
 # local master agent (snmpd) with temhostd attached as AgentX subagent, and
 # a walk of the daemon's subtree printed with the names of TEMHOSTD-MIB
-# (the base modules it imports are unpacked into build/mibs-base). Runs in a private copy of this
-# host, so nothing on the host is changed or left running.
+# (the base modules it imports are unpacked into build/mibs-base). Runs in a
+# private copy of this host, so nothing on the host is changed or left
+# running.
 set -eu
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
