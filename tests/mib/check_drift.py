@@ -6,8 +6,11 @@ name with snmptranslate against the MIB and must have the header's OID;
 every scalar and table the MIB defines under that subtree must be declared
 in the header. The header lists scalars (with their instance .0) and tables
 (the table object), not columns: a scalar must be a scalar in the MIB and a
-table a table. Columns are checked against what the daemon serves by the
-end-to-end name test. The header is parsed generically (#define macros of
+table a table (rows and columns the header may list are compared too).
+Columns as a whole are checked against what the daemon serves by the
+end-to-end name test. A second array with the OID of a declared object is
+an alias (a trap binding) and names nothing; the enterprise array
+(`enterprise_oid`) must hold the MIB's notifications under its .0 arc. The header is parsed generically (#define macros of
 sub-identifiers and `<name>_oid[] = {...}` arrays), so objects added to it
 later are checked without touching this test.
 
@@ -105,6 +108,21 @@ class Mib:
         return result
 
 
+    def notifications(self):
+        """{name: oid} of the module's NOTIFICATION-TYPEs."""
+        nodes = re.findall(r'^"([^"]+)"\s+"([0-9.]+)"', self.run("-Tz"), flags=re.M)
+        # The module's own nodes outside the served subtree.
+        names = [n for n, o in nodes
+                 if o.startswith("1.3.6.1.4.1.") and not o.startswith(ROOT)]
+        found = {}
+        for block in re.split(r"\n(?=%s::)" % MODULE,
+                              self.run("-Td", *[MODULE + "::" + n for n in names])):
+            m = re.match(r"%s::(\S+)\n\S+ NOTIFICATION-TYPE" % MODULE, block)
+            if m:
+                found[m.group(1)] = dict(nodes)[m.group(1)]
+        return found
+
+
 def main(argv):
     if len(argv) != 4:
         print(__doc__, file=sys.stderr)
@@ -121,6 +139,11 @@ def main(argv):
 
     problems = []
     served = {n: o for n, o in declared.items() if o.startswith(ROOT + ".")}
+    # A second array for an object's OID (a trap's variable binding, say)
+    # is an alias, not an object of its own.
+    aliases = {n for n, o in served.items()
+               if n not in defined and any(o == p for m, p in served.items() if m in defined)}
+    served = {n: o for n, o in served.items() if n not in aliases}
     for name, oid in sorted(served.items()):
         if name not in defined:
             problems.append("%s (%s) is in object_map.h but not an object of %s"
@@ -139,14 +162,26 @@ def main(argv):
         if kind in ("scalar", "table") and name not in served:
             problems.append("%s %s (%s) is in the MIB but not in object_map.h"
                             % (kind, name, oid))
-    # Objects outside the served subtree (the trap enterprise) name no MIB object.
-    others = sorted(set(declared) - set(served))
+    # Outside the served subtree: the enterprise traps are sent under. Its .0
+    # arc must hold the MIB's notifications, which are the SNMPv2 forms of
+    # those traps.
+    others = sorted(set(declared) - set(served) - aliases)
+    if "enterprise" in declared:
+        notifications = mib.notifications()
+        if not notifications:
+            problems.append("the MIB defines no notifications")
+        for name, oid in sorted(notifications.items()):
+            if oid.rsplit(".", 1)[0] != declared["enterprise"] + ".0":
+                problems.append("notification %s (%s) is not under enterprise_oid .0 (%s)"
+                                % (name, oid, declared["enterprise"]))
 
     for p in problems:
         print("DRIFT: " + p)
+    tables_and_scalars = sum(k in ("scalar", "table") for _, k in defined.values())
     print("%d objects of object_map.h checked against %d scalars and tables of %s "
-          "(not objects of the subtree: %s); %d problems"
-          % (len(served), sum(k in ("scalar", "table") for _, k in defined.values()), MODULE, ", ".join(others) or "none", len(problems)))
+          "(aliases: %s; outside the subtree: %s); %d problems"
+          % (len(served), tables_and_scalars, MODULE, ", ".join(sorted(aliases)) or "none",
+             ", ".join(others) or "none", len(problems)))
     return 1 if problems else 0
 
 
