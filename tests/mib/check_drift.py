@@ -10,9 +10,11 @@ table a table (rows and columns the header may list are compared too).
 Columns as a whole are checked against what the daemon serves by the
 end-to-end name test. A second array with the OID of a declared object is
 an alias (a trap binding) and names nothing; the enterprise array
-(`enterprise_oid`) must hold the MIB's notifications under its .0 arc. The header is parsed generically (#define macros of
-sub-identifiers and `<name>_oid[] = {...}` arrays), so objects added to it
-later are checked without touching this test.
+(`enterprise_oid`) must hold the MIB's notifications under its .0 arc.
+
+The header is parsed generically (#define macros of sub-identifiers and
+`<name>_oid[] = {...}` arrays), so objects added to it later are checked
+without touching this test.
 
 Usage: check_drift.py BASE_MIB_DIR MIB_DIR OBJECT_MAP_H
 """
