@@ -141,6 +141,27 @@ int CpuUtilsetupAlarm(void) {
     return 1;
 }
 
+void mark_online_processors(FILE *fp, unsigned char *online, int ncpu) {
+    char line[256];
+    bool line_start = true;
+    while (fgets(line, sizeof(line), fp)) {
+        // The rest of an overlong line is not a line of its own.
+        const bool starts = line_start;
+        line_start = strchr(line, '\n') != nullptr;
+        if (!starts) {
+            continue;
+        }
+        char *end = nullptr;
+        const long cpu = strtol(line, &end, 10);
+        if (end == line || line[0] == '-' || line[0] == '+' || cpu < 0 || cpu >= ncpu) {
+            continue; // not a processor line, or a processor we keep no record of
+        }
+        if (strstr(end, "on-line")) {
+            online[cpu] = 1;
+        }
+    }
+}
+
 // Runs psrinfo once, without arguments: it lists every processor, one line
 // each, its number first and then its state. Starting one psrinfo per
 // processor would cost a shell and a program per processor every sample.
@@ -152,23 +173,8 @@ static int read_psrinfo_listing(void) {
         return 0;
     }
     platform::PopenStream listing(platform::psrinfo_path());
-    char line[256];
-    bool line_start = true;
-    while (listing.read_line(line, sizeof(line))) {
-        // The rest of an overlong line is not a line of its own.
-        const bool starts = line_start;
-        line_start = strchr(line, '\n') != nullptr;
-        if (!starts) {
-            continue;
-        }
-        char *end = nullptr;
-        const long cpu = strtol(line, &end, 10);
-        if (end == line || line[0] == '-' || line[0] == '+' || cpu < 0 || cpu >= g_numCpu) {
-            continue; // not a processor line, or a processor we keep no record of
-        }
-        if (strstr(end, "on-line")) {
-            online[cpu] = 1;
-        }
+    if (listing.ok()) {
+        mark_online_processors(listing.get(), online.get(), g_numCpu);
     }
     s_online = std::move(online);
     s_online_count = g_numCpu;

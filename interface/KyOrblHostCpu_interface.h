@@ -4,6 +4,8 @@
 // start-up and updated in place, and the CPU table reads them directly.
 #pragma once
 
+#include <cstdio>
+
 #include <ctime>
 
 #include "platform/kstat.h"
@@ -84,6 +86,9 @@ int do_Load_Avg(void);
 // Stores value in ring hdr[index] and the rounded mean of its filled slots
 // in *avg. Always 1.
 int compute_avg(int index, unsigned int value, unsigned int *avg, avg_t *hdr);
+// Sets online[n] for every line of a psrinfo listing that starts with a
+// processor number n below ncpu and says "on-line"; other lines are skipped.
+void mark_online_processors(FILE *fp, unsigned char *online, int ncpu);
 // Whether the last psrinfo listing showed processor cpu_id "on-line".
 int isOnline(int cpu_id);
 vorHostOs_Cpu_Util_t *find_cpu_inst(int instance);

@@ -5,7 +5,7 @@ set -eu
 
 PKGS="build-essential cmake pkg-config clang-format libsnmp-dev snmpd snmp snmptrapd \
 libgtest-dev libbenchmark-dev python3 python3-pytest util-linux iproute2 procps psmisc bc \
-smitools prometheus-snmp-exporter"
+smitools prometheus-snmp-exporter clang libclang-rt-14-dev valgrind"
 
 if [ "$(id -u)" -ne 0 ]; then
     echo "install-deps.sh: run as root" >&2

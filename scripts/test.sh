@@ -1,7 +1,8 @@
 #!/bin/sh
 # Installs what is needed, builds, and runs every test: the unit tests under
-# AddressSanitizer and UBSan, then all unit and end-to-end tests of the
-# normal build through ctest (whose summary closes the output).
+# AddressSanitizer and UBSan, the fuzz targets for a bounded time, then all
+# unit and end-to-end tests of the normal build through ctest (whose summary
+# closes the output).
 set -eu
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
@@ -13,6 +14,9 @@ echo "== unit tests under AddressSanitizer and UBSan"
 cmake -S . -B build-asan -DTEMHOSTD_SANITIZE=ON -DTEMHOSTD_WERROR=ON >/dev/null
 cmake --build build-asan -j"$(nproc)"
 ctest --test-dir build-asan -L unit --output-on-failure
+
+echo "== fuzzing every parser of outside text"
+scripts/fuzz.sh 20
 
 echo "== all tests"
 scripts/build.sh
