@@ -14,11 +14,13 @@
 #include <vector>
 
 #include "interface/KyOrblHostFs_interface.h"
+#include "interface/vorHoSwVer_interface.h"
 #include "mib-extns/mib_registration.h"
 #include "interface/net_snmp.h"
 #include "mib-extns/vorHoFileSysTable.h"
 #include "mib-extns/vorHoInfo.h"
 #include "mib-extns/vorHoMemoryGroup.h"
+#include "mib-extns/vorHoSwVerTable.h"
 #include "mib-extns/vorMeMibGroup.h"
 
 #define TEMHOSTD_VERSION_MAJOR 2
@@ -154,6 +156,7 @@ static void AssertSingleInstance(const char *pidFile) {
 static void closeAgt(void) {
     UnlinkPidfile(PID_FILE);
     erase_fs_container();
+    cleanup_swver_list();
     if (file_exists(PERSIST_SAVED_COPY)) {
         unlink(PERSIST_SAVED_COPY);
     }
@@ -387,6 +390,7 @@ void init_modules(void) {
     init_vorHoFileSysTable();
     init_vorHoMemoryGroup();
     init_vorHoInfo();
+    init_vorHoSwVerTable();
     init_vorMeMibGroup();
 }
 
@@ -394,6 +398,7 @@ void refresh_data(unsigned int, void *) {
     static int b_AlarmSet = 0;
     VOR_DEBUG("vorHostd", "refreshing data\n");
     refresh_flist_CB();
+    refresh_SwverLoad_CB();
     if (g_osCommonPollFrequency != 0 && !b_AlarmSet) {
         arm_refresh_alarm(g_osCommonPollFrequency);
         b_AlarmSet = 1;
