@@ -41,5 +41,5 @@ wait_until answers 1.3.6.1.2.1.1.3.0 || { echo "the master agent did not start" 
 "$build/bin/temhostd" &
 daemon=$!
 # Ready when an object of every module answers through the master.
-wait_until answers $(sed -e 's/#.*//' "$(dirname "$0")/ready-oids") || { echo "temhostd did not answer" >&2; exit 1; }
+wait_until answers $(sed -e 's/#.*//' "$(dirname "$0")/ready-oids" | awk 'NF { print $1 }') || { echo "temhostd did not answer" >&2; exit 1; }
 "$@"
