@@ -111,15 +111,18 @@ static int run_check(const char *format, const char *command, const char *exe) {
     if (!check.ok()) {
         return SWVER_STATUS_UNKNOWN;
     }
+    // The output is read to its end even after a match: closed early, the
+    // pipeline's grep (SIGPIPE ignored, as inherited from the daemon) would
+    // write "Broken pipe" complaints into the daemon's log.
+    int status = SWVER_STATUS_STOPPED;
     char line[CHECK_LINE_BUF];
     while (check.read_line(line, sizeof(line))) {
         if (strstr(line, exe)) {
-            check.close();
-            return SWVER_STATUS_RUNNING;
+            status = SWVER_STATUS_RUNNING;
         }
     }
     check.close();
-    return SWVER_STATUS_STOPPED;
+    return status;
 }
 
 int IsProcessRunning(const char *pkgname) {
