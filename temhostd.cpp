@@ -18,12 +18,14 @@
 #include "interface/KyOrblHostSysStatus_interface.h"
 #include "interface/KyOrblNetSnmp_helpers.h"
 #include "interface/kyfixtraps.h"
+#include "interface/vorHoSwVer_interface.h"
 #include "mib-extns/mib_registration.h"
 #include "interface/net_snmp.h"
 #include "mib-extns/vorHoCpuUtilTable.h"
 #include "mib-extns/vorHoFileSysTable.h"
 #include "mib-extns/vorHoInfo.h"
 #include "mib-extns/vorHoMemoryGroup.h"
+#include "mib-extns/vorHoSwVerTable.h"
 #include "mib-extns/vorMeMibGroup.h"
 #include "mib-extns/vorHoClientGroup.h"
 #include "mib-extns/vorHoCriticalSoftwareUpdateData.h"
@@ -166,6 +168,7 @@ static void AssertSingleInstance(const char *pidFile) {
 static void closeAgt(void) {
     erase_fs_container();
     cleanup_cpustat_chain();
+    cleanup_swver_list();
 }
 
 // Called only once the final store has written the persistent file. Until
@@ -439,6 +442,7 @@ void init_modules(void) {
     init_vorHoMemoryGroup();
     init_vorHoInfo();
     init_vorHoCpuUtilTable();
+    init_vorHoSwVerTable();
     init_vorHoTrapInfoGroup();
     init_vorHoClientGroup();
     init_vorHoMiscScalars();
@@ -453,6 +457,7 @@ void refresh_data(unsigned int, void *) {
     static int b_AlarmSet = 0;
     VOR_DEBUG("vorHostd", "refreshing data\n");
     refresh_flist_CB();
+    refresh_SwverLoad_CB();
     refresh_misc();
     if (g_osCommonPollFrequency != 0 && !b_AlarmSet) {
         arm_refresh_alarm(g_osCommonPollFrequency);

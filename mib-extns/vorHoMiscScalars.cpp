@@ -2,11 +2,11 @@
 
 #include "interface/KYOrblHost_Trigger.h"
 #include "interface/KyOrblHostSysStatus_interface.h"
+#include "interface/vorHoSwVer_interface.h"
 #include "mib-extns/mib_registration.h"
 #include "mib-extns/object_map.h"
 
 // The software inventory's row counter.
-extern int g_NextIndex;
 
 void init_vorHoMiscScalars(void) {
     VOR_DEBUG("vorHoMiscScalars", "Initializing\n");

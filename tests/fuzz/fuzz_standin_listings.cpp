@@ -1,11 +1,13 @@
 // What the command stand-ins parse (the dpkg status file for pkginfo,
-// /proc/modules for modinfo, /proc/net/tcp for svcs) and what the CPU
-// sampler parses of psrinfo's output.
+// /proc/modules for modinfo, /proc/net/tcp for svcs), and what the providers
+// parse of the commands' output: the software inventory's pkginfo listing
+// and the CPU sampler's psrinfo listing.
 #include <cstdio>
 #include <sstream>
 #include <string>
 
 #include "interface/KyOrblHostCpu_interface.h"
+#include "interface/vorHoSwVer_interface.h"
 #include "platform/standins.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
@@ -31,6 +33,9 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
         if (fp) {
             unsigned char online[64] = {};
             mark_online_processors(fp, online, 64);
+            rewind(fp);
+            read_pkg_listing(fp, [](int, const char *) { return 1; });
+            cleanup_swver_list();
             fclose(fp);
         }
     }
