@@ -20,4 +20,4 @@ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=None -DCMAKE_INSTALL_PREFIX=/usr \
 cmake --build "$build" -j"$(nproc)"
 rm -f "$build"/temhostd_*.deb
 (cd "$build" && cpack -G DEB >/dev/null)
-ls "$(pwd)/$build"/temhostd_*.deb
+ls "$(cd "$build" && pwd)"/temhostd_*.deb
