@@ -6,8 +6,8 @@
 # serves the daemon started as our unit starts it; the daemon's own query
 # (SNMPv1, community meadow, 127.0.0.1) reads the subtree and nothing else;
 # the documented one-line change lets "public" walk it; a stop signal ends
-# the daemon with a status the unit counts as success; apt-get purge
-# leaves nothing behind.
+# the daemon with a status the unit counts as success; apt-get remove keeps
+# the configuration and masks the unit; apt-get purge leaves nothing behind.
 #
 # Usage: tests/packaging/install-purge.sh DEB_DIR   (as root)
 set -eu
@@ -148,6 +148,13 @@ case " 0 $success " in *" $status "*) ;; *) fail "exit status $status after SIGT
 kill -TERM $master
 wait $master || true
 master=
+
+step "apt-get remove keeps the configuration and masks the unit"
+apt-get remove -y -q temhostd >/run/.pkg-test/remove.log 2>&1 ||
+    { cat /run/.pkg-test/remove.log; fail "apt-get remove"; }
+[ ! -e /usr/sbin/temhostd ] || fail "the daemon is left after remove"
+[ -f /etc/snmp/snmpd.conf.d/temhostd.conf ] || fail "remove took the snmpd drop-in (a conffile)"
+[ "$(readlink /etc/systemd/system/temhostd.service)" = /dev/null ] || fail "remove did not mask the unit"
 
 step "apt-get purge"
 apt-get purge -y -q temhostd >/run/.pkg-test/purge.log 2>&1 ||
