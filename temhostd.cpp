@@ -59,6 +59,9 @@ static const char NO_MASTER_MESSAGE[] =
     "Error: Could not initialize connection to Master SNMP daemon. \nCheck whether the master "
     "agent is running.\n";
 
+// The pid file, open and write-locked while the daemon runs.
+static int s_pid_fd = -1;
+
 // Set once the AgentX session with the master agent has opened.
 static int s_master_session_open = 0;
 
@@ -120,8 +123,8 @@ static bool file_exists(const char *path) {
 static void AssertSingleInstance(const char *pidFile) {
     const bool unclean_previous_stop = file_exists(pidFile);
 
-    // The descriptor stays open for the life of the process: it holds the lock.
-    int fd = open(pidFile, O_RDWR | O_CREAT, 0644);
+    // The descriptor stays open until the run files go: it holds the lock.
+    int fd = open(pidFile, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     if (fd < 0) {
         fprintf(stderr, "ERROR: %s: cannot open pid file '%s'\n", APPL_NAME, pidFile);
         exit(3);
@@ -139,6 +142,7 @@ static void AssertSingleInstance(const char *pidFile) {
                 APPL_NAME, pidFile, APPL_NAME);
         exit(3);
     }
+    s_pid_fd = fd;
     // Only now, with the lock held, may the running content be replaced.
     char buf[12];
     int len = snprintf(buf, sizeof(buf), "%d\n", static_cast<int>(getpid()));
@@ -181,6 +185,10 @@ static void forget_run_files(void) {
     UnlinkPidfile(PID_FILE);
     if (file_exists(PERSIST_SAVED_COPY)) {
         unlink(PERSIST_SAVED_COPY);
+    }
+    if (s_pid_fd >= 0) {
+        close(s_pid_fd); // releases the lock: the run is over
+        s_pid_fd = -1;
     }
 }
 
@@ -415,9 +423,8 @@ int temhostd_main(int argc, char **argv) {
     refresh_cpu_data();
     install_signal_handlers();
 
-    int rc = 0;
     while (keep_running) {
-        rc = agent_check_and_process(1);
+        agent_check_and_process(1);
         netsnmp_check_outstanding_agent_requests();
     }
     close_wake_pipe();
@@ -428,7 +435,11 @@ int temhostd_main(int argc, char **argv) {
     // Last: the final store above reads the host GUID from the record.
     erase_sysstat_info();
     forget_run_files();
-    return rc;
+    // The stop signal interrupts the loop's wait, which then reports -1
+    // (status 255). When it lands between two waits the wake pipe ends the
+    // next one with an event count instead; a stop always reports -1, so
+    // that a clean stop never reads as the start-up failure status 1.
+    return -1;
 }
 
 // ---------------------------------------------------------------------------

@@ -42,6 +42,37 @@ bool register_table_iterator(const TableIteratorSpec &table);
 // return 0 (the head).
 oid table_walk_start(netsnmp_iterator_info *iinfo);
 
+// The handler of a table with no writable column: a missing row is
+// noSuchInstance for a GET and noCreation for a SET; a GET is served by
+// serve(request, column, row); a SET of an existing row is accepted, changes
+// nothing and is logged as an unsupported mode of handler_name.
+template <typename Row, typename Serve>
+int serve_read_only_table(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests,
+                          const char *handler_name, Serve serve) {
+    for (netsnmp_request_info *request = requests; request; request = request->next) {
+        if (request->processed) {
+            continue;
+        }
+        const auto *row = static_cast<const Row *>(netsnmp_extract_iterator_context(request));
+        if (!row) {
+            netsnmp_set_request_error(reqinfo, request,
+                                      reqinfo->mode == MODE_GET ? SNMP_NOSUCHINSTANCE
+                                                                : SNMP_ERR_NOCREATION);
+            continue;
+        }
+        const netsnmp_table_request_info *table_info = netsnmp_extract_table_info(request);
+        if (!table_info) {
+            continue;
+        }
+        if (reqinfo->mode == MODE_GET) {
+            serve(request, table_info->colnum, *row);
+        } else {
+            snmp_log(LOG_ERR, "problem encountered in %s: unsupported mode\n", handler_name);
+        }
+    }
+    return SNMP_ERR_NOERROR;
+}
+
 // Puts a value into one request's variable: INTEGER as 4 bytes, text with
 // its string length and no NUL.
 void set_integer_value(netsnmp_request_info *request, long value);

@@ -106,30 +106,9 @@ static void serve_column(netsnmp_request_info *request, unsigned int column, con
 
 int vorHoFileSysTable_handler(netsnmp_mib_handler *, netsnmp_handler_registration *,
                               netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
-    for (netsnmp_request_info *request = requests; request; request = request->next) {
-        if (request->processed) {
-            continue;
-        }
-        const auto *row =
-            static_cast<const vorHost_fs_usage_t *>(netsnmp_extract_iterator_context(request));
-        if (!row) {
-            netsnmp_set_request_error(reqinfo, request,
-                                      reqinfo->mode == MODE_GET ? SNMP_NOSUCHINSTANCE
-                                                                : SNMP_ERR_NOCREATION);
-            continue;
-        }
-        const netsnmp_table_request_info *table_info = netsnmp_extract_table_info(request);
-        if (!table_info) {
-            continue;
-        }
-        if (reqinfo->mode == MODE_GET) {
-            serve_column(request, table_info->colnum, row->pFsUsage);
-        } else {
-            // No column is writable: a SET of an existing row is accepted
-            // and changes nothing.
-            snmp_log(LOG_ERR,
-                     "problem encountered in vorHoFileSysTable_handler: unsupported mode\n");
-        }
-    }
-    return SNMP_ERR_NOERROR;
+    return serve_read_only_table<vorHost_fs_usage_t>(
+        reqinfo, requests, "vorHoFileSysTable_handler",
+        [](netsnmp_request_info *r, unsigned int column, const vorHost_fs_usage_t &row) {
+            serve_column(r, column, row.pFsUsage);
+        });
 }

@@ -6,6 +6,9 @@ set -eu
 PKGS="build-essential cmake pkg-config clang-format libsnmp-dev snmpd snmp snmptrapd \
 libgtest-dev libbenchmark-dev python3 python3-pytest util-linux iproute2 procps psmisc bc \
 smitools prometheus-snmp-exporter clang libclang-rt-14-dev valgrind"
+# Packaging: the .deb (dpkg-dev, file for CPack) and its checks (lintian, mandoc,
+# man and lexgrog from man-db, col from bsdextrautils, systemd-analyze).
+PKGS="$PKGS dpkg-dev file lintian mandoc man-db bsdextrautils systemd"
 
 if [ "$(id -u)" -ne 0 ]; then
     echo "install-deps.sh: run as root" >&2

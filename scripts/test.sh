@@ -1,6 +1,7 @@
 #!/bin/sh
 # Installs what is needed, builds, and runs every test: the unit tests under
-# AddressSanitizer and UBSan, the fuzz targets for a bounded time, then all
+# AddressSanitizer and UBSan, the stress tests against the sanitizer build,
+# the fuzz targets for a bounded time, then all
 # unit and end-to-end tests of the normal build through ctest (whose summary
 # closes the output).
 set -eu
@@ -14,6 +15,9 @@ echo "== unit tests under AddressSanitizer and UBSan"
 cmake -S . -B build-asan -DTEMHOSTD_SANITIZE=ON -DTEMHOSTD_WERROR=ON >/dev/null
 cmake --build build-asan -j"$(nproc)"
 ctest --test-dir build-asan -L unit --output-on-failure
+
+echo "== stress tests against the sanitizer build: 16 walkers, random SETs"
+tests/e2e/run.sh build-asan stress_reliability.py stress_set_fuzz.py
 
 echo "== fuzzing every parser of outside text"
 scripts/fuzz.sh 20

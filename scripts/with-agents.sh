@@ -4,17 +4,27 @@
 # subagent, runs the given command once both answer, then stops the daemon
 # and the master, in that order.
 #
-# Usage: scripts/with-agents.sh BUILD_DIR COMMAND [ARG...]
+# Usage: scripts/with-agents.sh [--master-conf FILE] BUILD_DIR COMMAND [ARG...]
+# (FILE: lines added to the master's configuration)
 set -eu
+extra=/dev/null
+if [ "$1" = --master-conf ]; then
+    extra=$2
+    shift 2
+fi
 build=$1
 shift
 export MIBS=
 mkdir -p /var/agentx /var/sma_snmp /etc/snmp
-cat > /etc/snmp/snmpd.conf <<'CONF'
+{
+    cat <<'CONF'
 agentaddress udp:127.0.0.1:161
 master agentx
 rocommunity meadow 127.0.0.1
 CONF
+    cat "$extra"
+} > /etc/snmp/snmpd.conf.new
+mv /etc/snmp/snmpd.conf.new /etc/snmp/snmpd.conf
 
 # Polls until "$@" succeeds, for at most 20 seconds.
 wait_until() {

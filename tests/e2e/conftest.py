@@ -257,19 +257,20 @@ class Bed:
         with open(PERSIST_FILE, "w") as f:
             f.write(text)
 
-    def start_daemon(self, *args, wait=True, user=None):
-        argv = [DAEMON, *args]
+    def start_daemon(self, *args, wait=True, user=None, wrapper=(), timeout=20):
+        """wrapper: a command the daemon runs under (valgrind, say)."""
+        argv = [*wrapper, DAEMON, *args]
         if user is not None:
             argv = ["setpriv", "--reuid", str(user), "--regid", str(user), "--clear-groups",
                     *argv]
         d = Process(argv, "/var/log/temhostd-%d.out" % len(self.daemons))
         self.daemons.append(d)
         if wait:
-            self.wait_daemon(d)
+            self.wait_daemon(d, timeout)
         return d
 
-    def wait_daemon(self, d):
-        wait_for(lambda: self._daemon_answers(d), timeout=20, what="temhostd to answer")
+    def wait_daemon(self, d, timeout=20):
+        wait_for(lambda: self._daemon_answers(d), timeout=timeout, what="temhostd to answer")
 
     def _daemon_answers(self, d):
         if not d.running():

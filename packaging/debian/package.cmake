@@ -1,0 +1,60 @@
+# The Debian package, built by scripts/build-deb.sh through CPack's DEB
+# generator, with the documents Debian policy asks for in
+# /usr/share/doc/temhostd.
+set(DEB_REVISION 1)
+set(DEB_VERSION ${PROJECT_VERSION}-${DEB_REVISION})
+set(DEB_MAINTAINER "temhostd maintainers <temhostd@example.org>" CACHE STRING
+  "Maintainer field of the Debian package")
+set(deb_dir ${CMAKE_CURRENT_LIST_DIR})
+set(deb_doc_dir ${CMAKE_INSTALL_DATADIR}/doc/temhostd)
+
+configure_file(${deb_dir}/changelog.in ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian @ONLY)
+add_custom_command(
+  OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz
+  COMMAND gzip -9nc ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian > ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz
+  DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian
+  VERBATIM)
+add_custom_target(temhostd_changelog ALL DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz)
+install(FILES ${deb_dir}/copyright ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz
+  DESTINATION ${deb_doc_dir})
+install(FILES ${deb_dir}/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
+  RENAME temhostd)
+
+# Stripped as dh_strip does it: no symbols beyond those relocation needs,
+# no compiler identification comments. Runs after every program is installed.
+install(CODE [[
+  file(GLOB_RECURSE programs $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/sbin/*
+       $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/libexec/temhostd/*)
+  foreach(program ${programs})
+    execute_process(COMMAND strip --remove-section=.comment --remove-section=.note
+                            --strip-unneeded ${program} COMMAND_ERROR_IS_FATAL ANY)
+  endforeach()
+]])
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME temhostd)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${DEB_REVISION})
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${DEB_MAINTAINER})
+set(CPACK_DEBIAN_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+# Shared libraries through dpkg-shlibdeps; the master agent by name.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "snmpd")
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
+"host-information SNMP subagent for Net-SNMP's snmpd
+temhostd attaches to the host's SNMP master agent (snmpd) as an AgentX
+subagent and serves a private enterprise subtree: operating system
+identity, memory and paging space, mounted file systems, per-processor
+load averages, the installed software inventory, a status summary of the
+enterprise's agents and operator texts that raise traps when set.
+.
+The package installs a systemd unit that starts the daemon after snmpd,
+and an snmpd drop-in that lets the daemon's own local queries read the
+enterprise subtree, and nothing more.")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+  ${deb_dir}/postinst ${deb_dir}/prerm ${deb_dir}/postrm ${deb_dir}/conffiles)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+include(CPack)
