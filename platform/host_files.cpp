@@ -14,41 +14,42 @@ namespace {
 // Steps through text one line at a time (without its newline); false at
 // the end of the text.
 bool next_line(std::string_view text, size_t &pos, std::string_view &line) {
-    if (pos >= text.size())
+    if (pos >= text.size()) {
         return false;
+    }
     size_t end = text.find('\n', pos);
-    if (end == std::string_view::npos)
+    if (end == std::string_view::npos) {
         end = text.size();
+    }
     line = text.substr(pos, end - pos);
     pos = end + 1;
     return true;
 }
-
-} // namespace
-
-namespace {
 
 bool read_limited(const char *path, std::string &out, size_t limit, bool &truncated) {
     out.clear();
     truncated = false;
     std::string full = host_path(path);
     int fd = open(full.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
+    if (fd < 0) {
         return false;
+    }
     // /proc and /sys files report size 0, so read until end of file.
     char chunk[8192];
     for (;;) {
         ssize_t n = read(fd, chunk, sizeof(chunk));
         if (n < 0) {
-            if (errno == EINTR)
+            if (errno == EINTR) {
                 continue;
+            }
             int saved = errno;
             close(fd);
             errno = saved;
             return false;
         }
-        if (n == 0)
+        if (n == 0) {
             break;
+        }
         size_t room = limit - out.size();
         if (static_cast<size_t>(n) > room) {
             out.append(chunk, room);
@@ -69,8 +70,9 @@ bool is_blank(char c) {
 
 bool read_host_text(const char *path, std::string &out, size_t limit) {
     bool truncated;
-    if (!read_limited(path, out, limit, truncated))
+    if (!read_limited(path, out, limit, truncated)) {
         return false;
+    }
     if (truncated) {
         size_t nl = out.rfind('\n');
         out.resize(nl == std::string::npos ? 0 : nl + 1);
@@ -87,35 +89,42 @@ std::vector<std::string_view> split_fields(std::string_view line) {
     std::vector<std::string_view> fields;
     size_t i = 0;
     while (i < line.size()) {
-        while (i < line.size() && is_blank(line[i]))
+        while (i < line.size() && is_blank(line[i])) {
             ++i;
+        }
         size_t start = i;
-        while (i < line.size() && !is_blank(line[i]))
+        while (i < line.size() && !is_blank(line[i])) {
             ++i;
-        if (i > start)
+        }
+        if (i > start) {
             fields.push_back(line.substr(start, i - start));
+        }
     }
     return fields;
 }
 
 bool parse_u64(std::string_view token, uint64_t &value, int base) {
-    if (token.empty() || token.size() > 64)
+    if (token.empty() || token.size() > 64) {
         return false;
+    }
     uint64_t v = 0;
     for (char c : token) {
         unsigned digit;
-        if (c >= '0' && c <= '9')
+        if (c >= '0' && c <= '9') {
             digit = static_cast<unsigned>(c - '0');
-        else if (c >= 'a' && c <= 'f')
+        } else if (c >= 'a' && c <= 'f') {
             digit = static_cast<unsigned>(c - 'a' + 10);
-        else if (c >= 'A' && c <= 'F')
+        } else if (c >= 'A' && c <= 'F') {
             digit = static_cast<unsigned>(c - 'A' + 10);
-        else
+        } else {
             return false;
-        if (digit >= static_cast<unsigned>(base))
+        }
+        if (digit >= static_cast<unsigned>(base)) {
             return false;
-        if (v > (UINT64_MAX - digit) / static_cast<uint64_t>(base))
+        }
+        if (v > (UINT64_MAX - digit) / static_cast<uint64_t>(base)) {
             return false;
+        }
         v = v * static_cast<uint64_t>(base) + digit;
     }
     value = v;
@@ -129,11 +138,13 @@ bool meminfo_kb(const std::string &meminfo, std::string_view key, uint64_t &kb) 
     while (next_line(text, pos, line)) {
         // "MemAvailable:   24428632 kB"
         if (line.size() <= key.size() || line.compare(0, key.size(), key) != 0 ||
-            line[key.size()] != ':')
+            line[key.size()] != ':') {
             continue;
+        }
         std::vector<std::string_view> f = split_fields(line.substr(key.size() + 1));
-        if (f.empty() || (f.size() > 1 && f[1] != "kB"))
+        if (f.empty() || (f.size() > 1 && f[1] != "kB")) {
             return false;
+        }
         return parse_u64(f[0], kb);
     }
     return false;
@@ -142,30 +153,35 @@ bool meminfo_kb(const std::string &meminfo, std::string_view key, uint64_t &kb) 
 bool parse_cpu_list(std::string_view text, std::vector<int> &cpus) {
     cpus.clear();
     std::vector<std::string_view> f = split_fields(text);
-    if (f.size() != 1)
+    if (f.size() != 1) {
         return false;
+    }
     std::string_view list = f[0];
     size_t pos = 0;
     while (pos <= list.size()) {
         size_t comma = list.find(',', pos);
-        if (comma == std::string_view::npos)
+        if (comma == std::string_view::npos) {
             comma = list.size();
+        }
         std::string_view range = list.substr(pos, comma - pos);
         size_t dash = range.find('-');
         uint64_t lo, hi;
         if (dash == std::string_view::npos) {
-            if (!parse_u64(range, lo))
+            if (!parse_u64(range, lo)) {
                 return false;
+            }
             hi = lo;
         } else if (!parse_u64(range.substr(0, dash), lo) ||
                    !parse_u64(range.substr(dash + 1), hi)) {
             return false;
         }
         // Linux caps processor numbers far below this; refuse absurd lists.
-        if (lo > hi || hi >= 65536)
+        if (lo > hi || hi >= 65536) {
             return false;
-        for (uint64_t c = lo; c <= hi; ++c)
+        }
+        for (uint64_t c = lo; c <= hi; ++c) {
             cpus.push_back(static_cast<int>(c));
+        }
         pos = comma + 1;
     }
     std::sort(cpus.begin(), cpus.end());
@@ -181,21 +197,26 @@ std::vector<CpuTicks> parse_stat_cpus(const std::string &stat) {
     while (next_line(text, pos, line)) {
         std::vector<std::string_view> f = split_fields(line);
         // "cpu" alone is the all-processor total; "cpuN" a processor.
-        if (f.empty() || f[0].size() <= 3 || f[0].compare(0, 3, "cpu") != 0)
+        if (f.empty() || f[0].size() <= 3 || f[0].compare(0, 3, "cpu") != 0) {
             continue;
+        }
         uint64_t id;
-        if (!parse_u64(f[0].substr(3), id) || id >= 65536)
+        if (!parse_u64(f[0].substr(3), id) || id >= 65536) {
             continue;
+        }
         // user nice system idle are always there; the rest came with later
         // kernels and count as 0 when absent.
         uint64_t v[8] = {0, 0, 0, 0, 0, 0, 0, 0};
-        if (f.size() < 5)
+        if (f.size() < 5) {
             continue;
+        }
         bool ok = true;
-        for (size_t i = 0; i < 8 && i + 1 < f.size() && ok; ++i)
+        for (size_t i = 0; i < 8 && i + 1 < f.size() && ok; ++i) {
             ok = parse_u64(f[i + 1], v[i]);
-        if (!ok)
+        }
+        if (!ok) {
             continue;
+        }
         CpuTicks t;
         t.cpu = static_cast<int>(id);
         t.user = v[0];
@@ -230,8 +251,9 @@ bool parse_stat_btime(const std::string &stat, time_t &btime) {
 time_t host_boot_time() {
     std::string stat;
     time_t btime;
-    if (read_host_text("/proc/stat", stat) && parse_stat_btime(stat, btime))
+    if (read_host_text("/proc/stat", stat) && parse_stat_btime(stat, btime)) {
         return btime;
+    }
     return time(nullptr);
 }
 

@@ -51,8 +51,9 @@ void copy_name(char (&dst)[KSTAT_STRLEN], const char *src) {
 // older than 3.14 lack it; MemFree is the nearest figure they have.
 bool read_freemem(uint64_t &pages) {
     std::string meminfo;
-    if (!platform::read_host_text("/proc/meminfo", meminfo))
+    if (!platform::read_host_text("/proc/meminfo", meminfo)) {
         return false;
+    }
     uint64_t kb;
     if (!platform::meminfo_kb(meminfo, "MemAvailable", kb) &&
         !platform::meminfo_kb(meminfo, "MemFree", kb)) {
@@ -107,8 +108,9 @@ bool by_cpu(const platform::CpuTicks &a, const platform::CpuTicks &b) {
 bool read_cpu_stat(Handle &h, Entry &e) {
     if (h.stat_copy_id == 0 || e.served_copy == h.stat_copy_id) {
         std::string stat;
-        if (!platform::read_host_text("/proc/stat", stat))
+        if (!platform::read_host_text("/proc/stat", stat)) {
             return false;
+        }
         h.stat_copy = platform::parse_stat_cpus(stat);
         std::stable_sort(h.stat_copy.begin(), h.stat_copy.end(), by_cpu);
         ++h.stat_copy_id;
@@ -130,15 +132,17 @@ bool refresh(Handle &h, Entry &e) {
     switch (e.kind) {
     case Kind::SystemPages: {
         uint64_t pages;
-        if (!read_freemem(pages))
+        if (!read_freemem(pages)) {
             return false;
+        }
         e.named[0].value.ui64 = pages;
         return true;
     }
     case Kind::SystemMisc: {
         uint32_t n;
-        if (!read_ncpus(n))
+        if (!read_ncpus(n)) {
             return false;
+        }
         e.named[0].value.ui32 = n;
         return true;
     }
@@ -164,16 +168,19 @@ void init_named(Entry &e, Kind kind, const char *name, const char *key, uchar_t 
 
 Entry *find_entry(kstat_ctl_t *kc, const kstat_t *ksp) {
     Handle *h = reinterpret_cast<Handle *>(kc);
-    for (size_t i = 0; i < h->count; ++i)
-        if (&h->entries[i].ks == ksp)
+    for (size_t i = 0; i < h->count; ++i) {
+        if (&h->entries[i].ks == ksp) {
             return &h->entries[i];
+        }
+    }
     return nullptr;
 }
 
 kstat_ctl_t *open_chain(void) {
     std::string stat;
-    if (!platform::read_host_text("/proc/stat", stat))
+    if (!platform::read_host_text("/proc/stat", stat)) {
         return nullptr;
+    }
     std::vector<platform::CpuTicks> cpus = platform::parse_stat_cpus(stat);
     std::sort(
         cpus.begin(), cpus.end(),
@@ -228,10 +235,12 @@ kid_t read_entry(kstat_ctl_t *kc, kstat_t *ksp, void *buf) {
         errno = ENXIO;
         return -1;
     }
-    if (!refresh(*reinterpret_cast<Handle *>(kc), *e))
+    if (!refresh(*reinterpret_cast<Handle *>(kc), *e)) {
         return -1;
-    if (buf)
+    }
+    if (buf) {
         memcpy(buf, ksp->ks_data, ksp->ks_data_size);
+    }
     return kc->kc_chain_id;
 }
 
@@ -247,12 +256,15 @@ kstat_t *kstat_lookup(kstat_ctl_t *kc, const char *module, int instance, const c
         return nullptr;
     }
     for (kstat_t *ks = kc->kc_chain; ks; ks = ks->ks_next) {
-        if (module && strcmp(ks->ks_module, module) != 0)
+        if (module && strcmp(ks->ks_module, module) != 0) {
             continue;
-        if (instance != -1 && ks->ks_instance != instance)
+        }
+        if (instance != -1 && ks->ks_instance != instance) {
             continue;
-        if (name && strcmp(ks->ks_name, name) != 0)
+        }
+        if (name && strcmp(ks->ks_name, name) != 0) {
             continue;
+        }
         return ks;
     }
     errno = ENOENT;
@@ -273,16 +285,19 @@ void *kstat_data_lookup(kstat_t *ksp, const char *name) {
         return nullptr;
     }
     kstat_named_t *named = static_cast<kstat_named_t *>(ksp->ks_data);
-    for (uint_t i = 0; named && i < ksp->ks_ndata; ++i)
-        if (strncmp(named[i].name, name, KSTAT_STRLEN) == 0)
+    for (uint_t i = 0; named && i < ksp->ks_ndata; ++i) {
+        if (strncmp(named[i].name, name, KSTAT_STRLEN) == 0) {
             return &named[i];
+        }
+    }
     errno = ENOENT;
     return nullptr;
 }
 
 int kstat_close(kstat_ctl_t *kc) {
-    if (!kc)
+    if (!kc) {
         return 0;
+    }
     Handle *h = reinterpret_cast<Handle *>(kc);
     delete[] h->entries;
     delete h;

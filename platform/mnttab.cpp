@@ -24,9 +24,11 @@ const char *const kKernelInterfaceTypes[] = {
 };
 
 bool is_kernel_interface(const char *fstype) {
-    for (const char *t : kKernelInterfaceTypes)
-        if (strcmp(fstype, t) == 0)
+    for (const char *t : kKernelInterfaceTypes) {
+        if (strcmp(fstype, t) == 0) {
             return true;
+        }
+    }
     return false;
 }
 
@@ -62,22 +64,27 @@ int split(char *line, char **fields, int max_fields) {
     int n = 0;
     char *p = line;
     for (;;) {
-        while (is_sep(*p))
+        while (is_sep(*p)) {
             ++p;
-        if (!*p)
+        }
+        if (!*p) {
             return n;
-        if (n == max_fields)
+        }
+        if (n == max_fields) {
             return max_fields + 1;
+        }
         fields[n++] = p;
-        while (*p && !is_sep(*p))
+        while (*p && !is_sep(*p)) {
             ++p;
-        if (*p)
+        }
+        if (*p) {
             *p++ = '\0';
+        }
     }
 }
 
-char g_line[kLineMax + 2];
-char g_empty_time[1] = "";
+char s_line[kLineMax + 2];
+char s_empty_time[1] = "";
 
 } // namespace
 
@@ -87,48 +94,56 @@ const char *mnttab_path() {
     static std::string path;
     return platform::c_call<const char *>("/proc/self/mounts", [] {
         std::string now = platform::host_path("/proc/self/mounts");
-        if (path != now)
+        if (path != now) {
             path = now;
+        }
         return path.c_str();
     });
 }
 
 int getmntent(FILE *fp, struct mnttab *mp) {
-    if (!fp || !mp)
+    if (!fp || !mp) {
         return -1;
+    }
     for (;;) {
-        if (!fgets(g_line, sizeof(g_line), fp))
+        if (!fgets(s_line, sizeof(s_line), fp)) {
             return -1;
-        size_t len = strlen(g_line);
-        bool complete = len > 0 && g_line[len - 1] == '\n';
-        if (!complete && len == sizeof(g_line) - 1 && !feof(fp)) {
+        }
+        size_t len = strlen(s_line);
+        bool complete = len > 0 && s_line[len - 1] == '\n';
+        if (!complete && len == sizeof(s_line) - 1 && !feof(fp)) {
             // Too long: consume the rest so the next call starts on a line.
             int c;
             while ((c = fgetc(fp)) != EOF && c != '\n') {
             }
             return MNT_TOOLONG;
         }
-        if (complete)
-            g_line[--len] = '\0';
+        if (complete) {
+            s_line[--len] = '\0';
+        }
 
         // Linux lines hold six fields (device, mount point, type, options,
         // dump frequency, fsck pass); the last two may be missing elsewhere.
         char *f[6];
-        int n = split(g_line, f, 6);
-        if (n > 6)
+        int n = split(s_line, f, 6);
+        if (n > 6) {
             return MNT_TOOMANY;
-        if (n < 4)
+        }
+        if (n < 4) {
             return MNT_TOOFEW;
-        for (int i = 0; i < 4; ++i)
+        }
+        for (int i = 0; i < 4; ++i) {
             unescape(f[i]);
-        if (is_kernel_interface(f[2]))
+        }
+        if (is_kernel_interface(f[2])) {
             continue;
+        }
         mp->mnt_special = f[0];
         mp->mnt_mountp = f[1];
         mp->mnt_fstype = f[2];
         mp->mnt_mntopts = f[3];
         // Linux keeps no mount time.
-        mp->mnt_time = g_empty_time;
+        mp->mnt_time = s_empty_time;
         return 0;
     }
 }

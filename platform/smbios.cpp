@@ -23,9 +23,9 @@ struct Structure {
     std::vector<BYTE> bytes; // formatted area, string set, zero padding
 };
 
-std::string g_raw;
-std::vector<Structure> g_structures;
-bool g_loaded = false;
+std::string s_raw;
+std::vector<Structure> s_structures;
+bool s_loaded = false;
 
 // Splits the table into structures. Stops at the end-of-table structure
 // (type 127) or at the first structure that does not fit in the table.
@@ -37,65 +37,72 @@ void index_table(const std::string &raw, std::vector<Structure> &out) {
     while (size - off >= sizeof(SMBIOS_HEADER)) {
         const BYTE type = t[off];
         const size_t len = t[off + 1];
-        if (len < sizeof(SMBIOS_HEADER) || len > size - off)
+        if (len < sizeof(SMBIOS_HEADER) || len > size - off) {
             return;
+        }
         // The string set ends with two NULs; with no strings the two follow
         // the formatted area straight away.
         size_t end = off + len;
-        while (end + 1 < size && !(t[end] == 0 && t[end + 1] == 0))
+        while (end + 1 < size && !(t[end] == 0 && t[end + 1] == 0)) {
             ++end;
-        if (end + 1 >= size)
+        }
+        if (end + 1 >= size) {
             return;
+        }
         end += 2;
         Structure s;
         s.type = type;
         s.bytes.assign(t + off, t + end);
-        if (s.bytes.size() < kMinRecordSize)
+        if (s.bytes.size() < kMinRecordSize) {
             s.bytes.resize(kMinRecordSize, 0);
+        }
         out.push_back(std::move(s));
-        if (type == 127)
+        if (type == 127) {
             return;
+        }
         off = end;
     }
 }
 
-} // namespace
-
-static int load_table(void) {
+int load_table(void) {
     std::string raw;
     if (!platform::read_host_bytes("/sys/firmware/dmi/tables/DMI", raw, kMaxTableSize) ||
         raw.empty()) {
-        g_raw.clear();
-        g_structures.clear();
-        g_loaded = false;
+        s_raw.clear();
+        s_structures.clear();
+        s_loaded = false;
         return 0;
     }
     // The table does not change while the host runs: keep the records
     // (and the pointers already handed out) when it reads the same again.
-    if (!g_loaded || raw != g_raw) {
-        g_raw.swap(raw);
-        index_table(g_raw, g_structures);
-        g_loaded = true;
+    if (!s_loaded || raw != s_raw) {
+        s_raw.swap(raw);
+        index_table(s_raw, s_structures);
+        s_loaded = true;
     }
     return 1;
 }
+
+} // namespace
 
 int InitSMBIOS(void) {
     return platform::c_call(0, load_table);
 }
 
 int IsSMBIOSAvailable(void) {
-    return g_loaded ? 1 : 0;
+    return s_loaded ? 1 : 0;
 }
 
 int SmbGetRecordByType(BYTE type, WORD copy, PVOID *record) {
-    if (!record)
+    if (!record) {
         return 0;
+    }
     *record = nullptr;
     WORD seen = 0;
-    for (Structure &s : g_structures) {
-        if (s.type != type)
+    for (Structure &s : s_structures) {
+        if (s.type != type) {
             continue;
+        }
         if (seen++ == copy) {
             *record = s.bytes.data();
             return 1;

@@ -42,10 +42,12 @@ bool equals_nocase(std::string_view a, std::string_view b) {
 }
 
 std::string_view trim(std::string_view s) {
-    while (!s.empty() && isspace(static_cast<unsigned char>(s.front())))
+    while (!s.empty() && isspace(static_cast<unsigned char>(s.front()))) {
         s.remove_prefix(1);
-    while (!s.empty() && isspace(static_cast<unsigned char>(s.back())))
+    }
+    while (!s.empty() && isspace(static_cast<unsigned char>(s.back()))) {
         s.remove_suffix(1);
+    }
     return s;
 }
 
@@ -53,13 +55,15 @@ std::string_view trim(std::string_view s) {
 bool inetd_running() {
     std::string proc = host_path("/proc");
     DIR *d = opendir(proc.c_str());
-    if (!d)
+    if (!d) {
         return false;
+    }
     bool found = false;
     while (struct dirent *de = readdir(d)) {
         uint64_t pid;
-        if (!parse_u64(de->d_name, pid))
+        if (!parse_u64(de->d_name, pid)) {
             continue;
+        }
         std::ifstream comm(proc + "/" + de->d_name + "/comm");
         std::string name;
         if (std::getline(comm, name) && (name == "inetd" || name == "inetutils-inetd")) {
@@ -74,8 +78,9 @@ bool inetd_running() {
 std::string format_time(const char *fmt, time_t when) {
     struct tm tm;
     char buf[64];
-    if (!localtime_r(&when, &tm) || strftime(buf, sizeof(buf), fmt, &tm) == 0)
+    if (!localtime_r(&when, &tm) || strftime(buf, sizeof(buf), fmt, &tm) == 0) {
         return "-";
+    }
     return buf;
 }
 
@@ -96,17 +101,20 @@ bool is_installed(const std::string &status) {
 }
 
 void emit_package(const Package &p, std::string &out) {
-    if (p.name.empty() || !is_installed(p.status))
+    if (p.name.empty() || !is_installed(p.status)) {
         return;
+    }
     std::string first = p.name;
     first.append(first.size() < kPkgNameColumn ? kPkgNameColumn - first.size() : 1, ' ');
     first += p.synopsis;
-    if (first.size() > kPkgFirstLineMax)
+    if (first.size() > kPkgFirstLineMax) {
         first.resize(kPkgFirstLineMax);
+    }
     std::string second(kPkgNameColumn, ' ');
     second += "(" + (p.arch.empty() ? std::string("unknown") : p.arch) + ") " + p.version;
-    if (second.size() > kPkgSecondLineMax)
+    if (second.size() > kPkgSecondLineMax) {
         second.resize(kPkgSecondLineMax);
+    }
     out += first + "\n" + second + "\n";
 }
 
@@ -117,22 +125,27 @@ bool has_telnet_listener(std::istream &tcp_table) {
     while (std::getline(tcp_table, line)) {
         // "  0: 00000000:0017 00000000:0000 0A ..." (tcp6: 32 address digits)
         std::vector<std::string_view> f = split_fields(line);
-        if (f.size() < 4)
+        if (f.size() < 4) {
             continue;
+        }
         std::string_view local = f[1];
         size_t colon = local.find(':');
-        if (colon == std::string_view::npos || (colon != 8 && colon != 32))
+        if (colon == std::string_view::npos || (colon != 8 && colon != 32)) {
             continue;
+        }
         uint64_t addr_part, port, state;
         std::string_view addr = local.substr(0, colon), port_hex = local.substr(colon + 1);
         bool addr_ok = true;
-        for (size_t i = 0; i < addr.size() && addr_ok; i += 8)
+        for (size_t i = 0; i < addr.size() && addr_ok; i += 8) {
             addr_ok = parse_u64(addr.substr(i, 8), addr_part, 16);
+        }
         if (!addr_ok || port_hex.size() != 4 || !parse_u64(port_hex, port, 16) ||
-            f[3].size() != 2 || !parse_u64(f[3], state, 16))
+            f[3].size() != 2 || !parse_u64(f[3], state, 16)) {
             continue;
-        if (port == 23 && state == 0x0A) // TCP_LISTEN
+        }
+        if (port == 23 && state == 0x0A) { // TCP_LISTEN
             return true;
+        }
     }
     return false;
 }
@@ -141,15 +154,18 @@ bool inetd_conf_enables_telnet(std::istream &inetd_conf) {
     std::string line;
     while (std::getline(inetd_conf, line)) {
         std::vector<std::string_view> f = split_fields(line);
-        if (f.size() < 6 || f[0].front() == '#')
+        if (f.size() < 6 || f[0].front() == '#') {
             continue;
+        }
         // The service may be bound to one address: "192.0.2.1:telnet".
         std::string_view service = f[0];
         size_t colon = service.rfind(':');
-        if (colon != std::string_view::npos)
+        if (colon != std::string_view::npos) {
             service.remove_prefix(colon + 1);
-        if (service == "telnet" || service == "23")
+        }
+        if (service == "telnet" || service == "23") {
             return true;
+        }
     }
     return false;
 }
@@ -239,10 +255,12 @@ bool telnet_online() {
 }
 
 std::string svcs_stime(time_t when, time_t now) {
-    if (now - when < 24 * 60 * 60)
+    if (now - when < 24 * 60 * 60) {
         return format_time("%H:%M:%S", when);
-    if (now - when < 365 * 24 * 60 * 60)
+    }
+    if (now - when < 365 * 24 * 60 * 60) {
         return format_time("%b_%d", when);
+    }
     return format_time("%Y", when);
 }
 
@@ -258,13 +276,15 @@ int run_svcs(int, char **, std::ostream &out, std::ostream &) {
 
 ProcessorState processor_state(int cpu) {
     std::string dir = "/sys/devices/system/cpu/cpu" + std::to_string(cpu);
-    if (cpu < 0 || !is_directory(host_path(dir.c_str())))
+    if (cpu < 0 || !is_directory(host_path(dir.c_str()))) {
         return ProcessorState::Absent;
+    }
     // A processor that cannot be taken off-line (often cpu0) has no
     // "online" file at all.
     std::string online;
-    if (!read_host_text((dir + "/online").c_str(), online, 64))
+    if (!read_host_text((dir + "/online").c_str(), online, 64)) {
         return ProcessorState::Online;
+    }
     std::string_view v = trim(online);
     return !v.empty() && v.front() == '0' ? ProcessorState::Offline : ProcessorState::Online;
 }
@@ -273,13 +293,15 @@ std::vector<int> processor_ids() {
     std::vector<int> ids;
     std::string base = host_path("/sys/devices/system/cpu");
     DIR *d = opendir(base.c_str());
-    if (!d)
+    if (!d) {
         return ids;
+    }
     while (struct dirent *de = readdir(d)) {
         uint64_t n;
         if (strncmp(de->d_name, "cpu", 3) == 0 && parse_u64(de->d_name + 3, n) && n <= INT_MAX &&
-            is_directory(base + "/" + de->d_name))
+            is_directory(base + "/" + de->d_name)) {
             ids.push_back(static_cast<int>(n));
+        }
     }
     closedir(d);
     std::sort(ids.begin(), ids.end());
@@ -338,22 +360,25 @@ std::string pkginfo_listing(std::istream &dpkg_status) {
             pkg = Package();
             continue;
         }
-        if (l.front() == ' ' || l.front() == '\t')
+        if (l.front() == ' ' || l.front() == '\t') {
             continue; // continuation of a multi-line field
+        }
         size_t colon = l.find(':');
-        if (colon == std::string_view::npos)
+        if (colon == std::string_view::npos) {
             continue;
+        }
         std::string_view name = l.substr(0, colon), value = trim(l.substr(colon + 1));
-        if (equals_nocase(name, "Package"))
+        if (equals_nocase(name, "Package")) {
             pkg.name.assign(value);
-        else if (equals_nocase(name, "Status"))
+        } else if (equals_nocase(name, "Status")) {
             pkg.status.assign(value);
-        else if (equals_nocase(name, "Architecture"))
+        } else if (equals_nocase(name, "Architecture")) {
             pkg.arch.assign(value);
-        else if (equals_nocase(name, "Version"))
+        } else if (equals_nocase(name, "Version")) {
             pkg.version.assign(value);
-        else if (equals_nocase(name, "Description"))
+        } else if (equals_nocase(name, "Description")) {
             pkg.synopsis.assign(value);
+        }
     }
     emit_package(pkg, out);
     return out;
@@ -382,8 +407,9 @@ std::string modinfo_listing(std::istream &proc_modules) {
         std::vector<std::string_view> f = split_fields(line);
         uint64_t size, addr;
         if (f.size() < 6 || f[0].size() > 255 || !parse_u64(f[1], size) ||
-            f[5].substr(0, 2) != "0x" || !parse_u64(f[5].substr(2), addr, 16))
+            f[5].substr(0, 2) != "0x" || !parse_u64(f[5].substr(2), addr, 16)) {
             continue;
+        }
         std::string name(f[0]);
         char buf[600];
         snprintf(buf, sizeof(buf), "%3d %8llx %6llx %4s %3d  %s (%s)\n", ++id,

@@ -19,8 +19,9 @@ int swap_accounting(int cmd, void *arg) {
         return -1;
     }
     std::string meminfo;
-    if (!platform::read_host_text("/proc/meminfo", meminfo))
+    if (!platform::read_host_text("/proc/meminfo", meminfo)) {
         return -1;
+    }
     // A kernel built without swap support has no Swap lines: no swap.
     uint64_t total_kb = 0, free_kb = 0;
     if (platform::meminfo_kb(meminfo, "SwapTotal", total_kb) &&
@@ -28,8 +29,9 @@ int swap_accounting(int cmd, void *arg) {
         errno = EIO;
         return -1;
     }
-    if (free_kb > total_kb)
+    if (free_kb > total_kb) {
         free_kb = total_kb;
+    }
     const uint64_t pagesize = static_cast<uint64_t>(getpagesize());
     anoninfo *ai = static_cast<anoninfo *>(arg);
     ai->ani_max = static_cast<pgcnt_t>(total_kb * 1024 / pagesize);

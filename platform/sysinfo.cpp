@@ -12,8 +12,9 @@ long sysinfo(int command, char *buf, long count) {
         return -1;
     }
     struct utsname u;
-    if (uname(&u) != 0)
+    if (uname(&u) != 0) {
         return -1;
+    }
     const char *value;
     switch (command) {
     case SI_SYSNAME:
