@@ -13,6 +13,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "interface/KYOrblHost_Trigger.h"
 #include "interface/KyOrblHostCpu_interface.h"
 #include "interface/KyOrblHostFs_interface.h"
 #include "interface/KyOrblHostSysStatus_interface.h"
@@ -170,6 +171,7 @@ static void AssertSingleInstance(const char *pidFile) {
 }
 
 static void closeAgt(void) {
+    flush_pending_traps();
     erase_fs_container();
     cleanup_cpustat_chain();
     cleanup_swver_list();

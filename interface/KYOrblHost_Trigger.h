@@ -11,10 +11,28 @@
 
 extern int g_do_trap; // owned by the daemon: 0 after -T, no trap is sent
 
+// The OIDs a trap is sent under and carries, in binding order. The MIB
+// layer, which owns every OID, hands them down before a trap can be asked
+// for; until then no trap is sent.
+struct TrapOids {
+    const oid *enterprise;
+    size_t enterprise_len;
+    const oid *name; // the host name
+    size_t name_len;
+    const oid *flags; // the trap flags
+    size_t flags_len;
+    const oid *text; // the description
+    size_t text_len;
+};
+void set_trap_oids(const TrapOids &oids);
+
 // Copies the text and the number into a pending send and arms a 2-second
 // one-shot alarm for it. Returns the alarm's id, 0 when none was armed.
 int trigger_immediate_trap_send(const char *trap_data, int trapno);
 void trigger_immediate_trap_send_CB(unsigned int clientreg, void *clientarg);
+// Sends every trap still waiting for its alarm, at once, oldest first: a
+// stop must not lose the trap of a SET it has already answered.
+void flush_pending_traps(void);
 int PostGenericTrap(const char *trapDesc);
 int FillCommonInfo(netsnmp_variable_list *&varlist);
 void getsysname(char *hostname);

@@ -12,6 +12,9 @@ void init_vorHoMiscScalars(void) {
     VOR_DEBUG("vorHoMiscScalars", "Initializing\n");
     REGISTER_RW_SCALAR(vorHoGenericData, do_vorHoGenericData);
     REGISTER_RO_SCALAR(vorHoSwVerNextIndex);
+    set_trap_oids({enterprise_oid, OID_LENGTH(enterprise_oid), vorHoName_oid,
+                   OID_LENGTH(vorHoName_oid), vorHoTrapFlags_oid, OID_LENGTH(vorHoTrapFlags_oid),
+                   vorHoGenericData_oid, OID_LENGTH(vorHoGenericData_oid)});
 }
 
 int do_vorHoGenericData(netsnmp_mib_handler *, netsnmp_handler_registration *,

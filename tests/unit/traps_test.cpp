@@ -52,6 +52,10 @@ struct Traps : ::testing::Test {
     void SetUp() override {
         g_sent.clear();
         set_trap_sender(record_trap);
+        set_trap_oids({enterprise_oid, OID_LENGTH(enterprise_oid), vorHoName_oid,
+                       OID_LENGTH(vorHoName_oid), vorHoTrapFlags_oid,
+                       OID_LENGTH(vorHoTrapFlags_oid), vorHoGenericData_oid,
+                       OID_LENGTH(vorHoGenericData_oid)});
         do_init();
     }
     void TearDown() override {
