@@ -13,10 +13,8 @@ import pytest
 
 BUILD = os.environ.get("TEMHOSTD_BUILD", "")
 DAEMON = os.path.join(BUILD, "bin", "temhostd")
-ROOT = "1.3.6.1.4.1.32473.11"
-RO_COMMUNITY = "meadow"
-RW_COMMUNITY = "harbor"
-AGENT = "127.0.0.1"
+ROOT, AGENT = "1.3.6.1.4.1.32473.11", "127.0.0.1"
+RO_COMMUNITY, RW_COMMUNITY = "meadow", "harbor"
 
 # Fresh for every test: what the master and the daemon write.
 FRESH_DIRS = ["/run", "/var/agentx", "/var/sma_snmp", "/var/lib/snmp", "/var/log", "/etc/snmp"]
@@ -33,9 +31,8 @@ with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "
                        "ready-oids")) as _f:
     READY_OIDS = [l.split("#")[0].split()[0] for l in _f if l.split("#")[0].strip()]
 
-PERSIST_FILE = "/var/sma_snmp/temhostd.conf"
-SAVED_COPY = "/var/sma_snmp/temhostd.conf.saf"
-PID_FILE = "/var/run/temhostd.pid"
+PERSIST_FILE, PID_FILE = "/var/sma_snmp/temhostd.conf", "/var/run/temhostd.pid"
+SAVED_COPY = PERSIST_FILE + ".saf"
 
 # The trap receiver logs one line per trap: "TRAP|version|enterprise|generic|
 # specific|" then the bindings "oid = TYPE: value" joined by "~" (version 0
@@ -266,16 +263,16 @@ class Bed:
             self.wait_daemon(d, timeout)
         return d
 
-    def wait_daemon(self, d, timeout=20, interval=0.1):
-        wait_for(lambda: self.daemon_answers(d), timeout=timeout, interval=interval,
+    def wait_daemon(self, d, timeout=20, interval=0.1, community=RO_COMMUNITY):
+        wait_for(lambda: self.daemon_answers(d, community), timeout=timeout, interval=interval,
                  what="temhostd to answer")
 
-    def daemon_answers(self, d):
+    def daemon_answers(self, d, community=RO_COMMUNITY):
         if not d.running():
             raise AssertionError("temhostd exited with %s:\n%s" % (d.proc.returncode,
                                                                    d.output()))
         try:
-            values = get(*READY_OIDS)
+            values = get(*READY_OIDS, community=community)
         except SnmpError:
             return False
         return (all("No Such Object" not in v.text for v in values)

@@ -7,8 +7,8 @@ import os
 import struct
 import time
 
-from conftest import (AGENT, READY_OIDS, ROOT, SnmpError, get_hex, octets, parse_values, set_,
-                      set_error, table_rows, tool, wait_for)
+from conftest import (AGENT, READY_OIDS, ROOT, get_hex, octets, parse_values, set_, set_error,
+                      table_rows, tool)
 
 S = ROOT + ".2"
 STATUS_ARRAY, CONFIG_DATE, GUID, CODE_SERVER, WEB_PORT = (S + ".10.%d.0" % i for i in range(1, 6))
@@ -143,14 +143,7 @@ def test_local_queries_with_and_without_the_masters_community(bed):
     def start(*args):
         started = time.monotonic()
         d = bed.start_daemon(*args, wait=False)
-
-        def ready():
-            try:
-                return all("No Such Object" not in v.text
-                           for v in get_hex(*READY_OIDS, community="manager"))
-            except SnmpError:
-                return False
-        wait_for(ready, timeout=10, interval=0.05, what="temhostd to answer")
+        bed.wait_daemon(d, timeout=10, interval=0.05, community="manager")
         return d, time.monotonic() - started
 
     d, start_time = start()
