@@ -13,10 +13,8 @@ import pytest
 
 BUILD = os.environ.get("TEMHOSTD_BUILD", "")
 DAEMON = os.path.join(BUILD, "bin", "temhostd")
-ROOT = "1.3.6.1.4.1.32473.11"
-RO_COMMUNITY = "meadow"
-RW_COMMUNITY = "harbor"
-AGENT = "127.0.0.1"
+ROOT, AGENT = "1.3.6.1.4.1.32473.11", "127.0.0.1"
+RO_COMMUNITY, RW_COMMUNITY = "meadow", "harbor"
 
 # Fresh for every test: what the master and the daemon write.
 FRESH_DIRS = ["/run", "/var/agentx", "/var/sma_snmp", "/var/lib/snmp", "/var/log", "/etc/snmp"]
@@ -27,28 +25,20 @@ rocommunity {ro} 127.0.0.1
 rwcommunity {rw} 127.0.0.1
 """.format(ro=RO_COMMUNITY, rw=RW_COMMUNITY)
 
-# The subagent registers its objects with the master one by one: the daemon
-# is ready when an object of every module answers (a table row may be
-# missing, but not the table: "No Such Object" means unregistered).
-def _ready_oids():
-    path = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts",
-                        "ready-oids")
-    with open(path) as f:
-        return [line.split("#")[0].split()[0] for line in f if line.split("#")[0].strip()]
+# The daemon is ready when an object of every module answers (a table row
+# may be missing, but not the table: "No Such Object" means unregistered).
+with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts",
+                       "ready-oids")) as _f:
+    READY_OIDS = [l.split("#")[0].split()[0] for l in _f if l.split("#")[0].strip()]
 
+PERSIST_FILE, PID_FILE = "/var/sma_snmp/temhostd.conf", "/var/run/temhostd.pid"
+SAVED_COPY = PERSIST_FILE + ".saf"
 
-READY_OIDS = _ready_oids()
-
-PERSIST_FILE = "/var/sma_snmp/temhostd.conf"
-SAVED_COPY = "/var/sma_snmp/temhostd.conf.saf"
-PID_FILE = "/var/run/temhostd.pid"
-
-# Where the trap receiver writes what it receives: one line per trap,
-# "TRAP|version|enterprise|generic|specific|" then the bindings, each
-# "oid = TYPE: value", separated by "~" (version 0 is SNMPv1, 1 SNMPv2c).
+# The trap receiver logs one line per trap: "TRAP|version|enterprise|generic|
+# specific|" then the bindings "oid = TYPE: value" joined by "~" (version 0
+# is SNMPv1, 1 SNMPv2c). TRAP_SINKS makes it the master's destination.
 TRAP_LOG = "/var/log/traps.log"
 TRAP_FORMAT = "TRAP|%s|%N|%w|%q|%V~%v\\n"
-# Master directives that make the receiver the trap destination.
 TRAP_SINKS = "trapsink 127.0.0.1 {c}\ntrap2sink 127.0.0.1 {c}\n".format(c=RO_COMMUNITY)
 
 
@@ -63,8 +53,8 @@ def wait_for(predicate, timeout=10.0, interval=0.1, what="condition"):
 
 
 def catches_stop_signals(pid):
-    """True once the daemon has installed its SIGTERM and SIGINT handlers:
-    it answers the master while it is still registering, before that."""
+    """True once the daemon has installed its SIGTERM and SIGINT handlers
+    (it answers the master before that, while still registering)."""
     try:
         with open("/proc/%d/status" % pid) as f:
             caught = int(next(l for l in f if l.startswith("SigCgt:")).split()[1], 16)
@@ -93,9 +83,7 @@ class Value:
     @property
     def str(self):
         t = self.text
-        if t.startswith('"') and t.endswith('"'):
-            t = t[1:-1]
-        return t
+        return t[1:-1] if len(t) > 1 and t[0] == t[-1] == '"' else t
 
     def __repr__(self):
         return "%s = %s: %s" % (self.oid, self.kind, self.text)
@@ -110,15 +98,13 @@ def parse_values(output):
         m = _LINE.match(line)
         if m:
             values.append(Value(m.group(1).lstrip("."), m.group(2) or "", m.group(3)))
-        elif values:
-            # a multi-line string value continues here
+        elif values:  # a multi-line string value continues here
             values[-1].text += "\n" + line
     return values
 
 
 def tool(cmd, *args, community=RO_COMMUNITY, version="2c", timeout=30):
-    argv = [cmd, "-v", version, "-c", community, "-On", "-Oe", "-t", "3", "-r", "1",
-            *args]
+    argv = [cmd, "-v", version, "-c", community, "-On", "-Oe", "-t", "3", "-r", "1", *args]
     proc = subprocess.run(argv, capture_output=True, text=True, timeout=timeout,
                           env=dict(os.environ, MIBS=""))
     out = proc.stdout + proc.stderr
@@ -130,9 +116,18 @@ def tool(cmd, *args, community=RO_COMMUNITY, version="2c", timeout=30):
     return out
 
 
-def get(*oids):
-    values = parse_values(tool("snmpget", AGENT, *oids))
+def get(*oids, community=RO_COMMUNITY, options=()):
+    values = parse_values(tool("snmpget", *options, AGENT, *oids, community=community))
     return values[0] if len(oids) == 1 else values
+
+
+def get_hex(*oids, community=RO_COMMUNITY):
+    """GET with every octet string printed as hex (read with octets())."""
+    return get(*oids, community=community, options=["-Ox"])
+
+
+def octets(value):
+    return [int(h, 16) for h in re.findall(r"\b[0-9A-Fa-f]{2}\b", value.text)]
 
 
 def getnext(oid):
@@ -140,14 +135,24 @@ def getnext(oid):
 
 
 def walk(oid=ROOT, bulk=False):
+    # the tools fail a walk whose OIDs do not increase: every walk checks order
     return parse_values(tool("snmpbulkwalk" if bulk else "snmpwalk", AGENT, oid))
+
+
+def table_rows(entry, column=None):
+    """{index: {column: Value}} from a walk of a table entry (or one column)."""
+    table = {}
+    prefix = entry + (".%d" % column if column else "")
+    for v in walk(prefix):
+        if v.oid.startswith(prefix + "."):  # an empty table reports the prefix itself
+            col, index = (int(x) for x in v.oid[len(entry) + 1:].split("."))
+            table.setdefault(index, {})[col] = v
+    return table
 
 
 def set_(*triples, community=RW_COMMUNITY):
     """set_((oid, type, value), ...): type is the tools' letter (i, s, ...)."""
-    args = []
-    for oid, kind, value in triples:
-        args += [oid, kind, str(value)]
+    args = [str(x) for triple in triples for x in triple]
     return parse_values(tool("snmpset", AGENT, *args, community=community))
 
 
@@ -163,10 +168,7 @@ class Process:
         self.log = open(log_path, "ab")
         self.proc = subprocess.Popen(argv, stdout=self.log, stderr=subprocess.STDOUT,
                                      stdin=subprocess.DEVNULL, **kw)
-
-    @property
-    def pid(self):
-        return self.proc.pid
+        self.pid = self.proc.pid
 
     def running(self):
         return self.proc.poll() is None
@@ -185,24 +187,27 @@ class Process:
     def output(self):
         if not self.log.closed:
             self.log.flush()
-        with open(self.log_path, "rb") as f:
-            return f.read().decode(errors="replace")
+        return open(self.log_path, "rb").read().decode(errors="replace")
+
+
+def _as_user(argv, user):
+    if user is None:
+        return argv
+    return ["setpriv", "--reuid", str(user), "--regid", str(user), "--clear-groups", *argv]
 
 
 class Bed:
     def __init__(self):
-        self.master = None
-        self.daemons = []
-        self.mounts = []
-        self.trap_receiver = None
+        self.master = self.trap_receiver = None
+        self.daemons, self.mounts = [], []
 
     def mount_tmpfs(self, path, size_mb):
+        """size_mb 0: the bed's own fresh directories, of the default size."""
         os.makedirs(path, exist_ok=True)
-        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=%dm" % size_mb, "tmpfs", path],
-                       check=True)
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=%dm" % size_mb if size_mb
+                        else "mode=0755", "tmpfs", path], check=True)
         self.mounts.append(path)
 
-    # -- master agent ------------------------------------------------------
     def start_master(self, extra_conf="", base_conf=MASTER_CONF, probe_community=RO_COMMUNITY):
         """base_conf replaces the bed's own configuration (then give a
         community that may read sysUpTime.0 as probe_community)."""
@@ -210,48 +215,40 @@ class Bed:
             f.write(base_conf + extra_conf)
         self.master = Process(["/usr/sbin/snmpd", "-f", "-Lf", "/var/log/master.log",
                                "-p", "/run/snmpd.pid"], "/var/log/master.out")
-        wait_for(lambda: os.path.exists("/var/agentx/master")
-                 and self._master_answers(probe_community), what="the master agent")
 
-    def _master_answers(self, community=RO_COMMUNITY):
-        try:
-            tool("snmpget", AGENT, "1.3.6.1.2.1.1.3.0", community=community)
-            return True
-        except (SnmpError, subprocess.TimeoutExpired):
-            return False
+        def answers():
+            try:
+                return tool("snmpget", AGENT, "1.3.6.1.2.1.1.3.0", community=probe_community)
+            except (SnmpError, subprocess.TimeoutExpired):
+                return False
+        wait_for(lambda: os.path.exists("/var/agentx/master") and answers(),
+                 what="the master agent")
 
-    # -- trap receiver -----------------------------------------------------
-    def start_trap_receiver(self):
-        """snmptrapd on 127.0.0.1:162, accepting every community, logging
-        to TRAP_LOG (read with traps())."""
+    def start_trap_receiver(self, *options, log=TRAP_LOG):
+        """snmptrapd on 127.0.0.1:162 taking every community; options replace
+        the numeric one-line format that traps() reads."""
         with open("/etc/snmp/snmptrapd.conf", "w") as f:
             f.write("disableAuthorization yes\n")
         self.trap_receiver = Process(
-            ["/usr/sbin/snmptrapd", "-f", "-On", "-C", "-c", "/etc/snmp/snmptrapd.conf",
-             "-Lf", TRAP_LOG, "-F", TRAP_FORMAT, "-p", "/run/snmptrapd.pid",
+            ["/usr/sbin/snmptrapd", "-f", "-C", "-c", "/etc/snmp/snmptrapd.conf", "-Lf", log,
+             "-p", "/run/snmptrapd.pid", *(options or ["-On", "-F", TRAP_FORMAT]),
              "udp:127.0.0.1:162"], "/var/log/snmptrapd.out", env=dict(os.environ, MIBS=""))
-        wait_for(lambda: os.path.exists(TRAP_LOG) and "NET-SNMP" in open(TRAP_LOG).read(),
+        wait_for(lambda: os.path.exists(log) and "NET-SNMP" in open(log).read(),
                  what="the trap receiver")
 
     def traps(self):
-        """Every trap received so far: (version, enterprise, generic, specific,
-        [(oid, value text)...]) in order of arrival."""
+        """[(version, enterprise, generic, specific, [(oid, value text)...])]
+        in order of arrival."""
         out = []
-        if not os.path.exists(TRAP_LOG):
-            return out
         for line in open(TRAP_LOG, errors="replace").read().split("\n"):
-            if not line.startswith("TRAP|"):
-                continue
-            _, version, enterprise, generic, specific, rest = line.split("|", 5)
-            binds = []
-            for b in rest.split("~"):
-                if " = " in b:
-                    o, v = b.split(" = ", 1)
-                    binds.append((o.strip().lstrip("."), v))
-            out.append((int(version), enterprise.lstrip("."), generic, specific.lstrip("."), binds))
+            if line.startswith("TRAP|"):
+                _, version, enterprise, generic, specific, rest = line.split("|", 5)
+                binds = [(o.strip().lstrip("."), v) for o, v in
+                         (b.split(" = ", 1) for b in rest.split("~") if " = " in b)]
+                out.append((int(version), enterprise.lstrip("."), generic,
+                            specific.lstrip("."), binds))
         return out
 
-    # -- the daemon --------------------------------------------------------
     def write_persistent(self, text):
         os.makedirs("/var/sma_snmp", exist_ok=True)
         with open(PERSIST_FILE, "w") as f:
@@ -259,71 +256,50 @@ class Bed:
 
     def start_daemon(self, *args, wait=True, user=None, wrapper=(), timeout=20):
         """wrapper: a command the daemon runs under (valgrind, say)."""
-        argv = [*wrapper, DAEMON, *args]
-        if user is not None:
-            argv = ["setpriv", "--reuid", str(user), "--regid", str(user), "--clear-groups",
-                    *argv]
-        d = Process(argv, "/var/log/temhostd-%d.out" % len(self.daemons))
+        d = Process(_as_user([*wrapper, DAEMON, *args], user),
+                    "/var/log/temhostd-%d.out" % len(self.daemons))
         self.daemons.append(d)
         if wait:
             self.wait_daemon(d, timeout)
         return d
 
-    def wait_daemon(self, d, timeout=20):
-        wait_for(lambda: self._daemon_answers(d), timeout=timeout, what="temhostd to answer")
+    def wait_daemon(self, d, timeout=20, interval=0.1, community=RO_COMMUNITY):
+        wait_for(lambda: self.daemon_answers(d, community), timeout=timeout, interval=interval,
+                 what="temhostd to answer")
 
-    def _daemon_answers(self, d):
+    def daemon_answers(self, d, community=RO_COMMUNITY):
         if not d.running():
             raise AssertionError("temhostd exited with %s:\n%s" % (d.proc.returncode,
                                                                    d.output()))
         try:
-            values = get(*READY_OIDS)
-            values = values if isinstance(values, list) else [values]
-            return (all("No Such Object" not in v.text for v in values)
-                    and catches_stop_signals(d.pid))
+            values = get(*READY_OIDS, community=community)
         except SnmpError:
             return False
+        return (all("No Such Object" not in v.text for v in values)
+                and catches_stop_signals(d.pid))
 
     def run_daemon(self, *args, user=None, timeout=20):
         """Runs the daemon to completion; returns (status, stdout, stderr)."""
-        argv = [DAEMON, *args]
-        if user is not None:
-            argv = ["setpriv", "--reuid", str(user), "--regid", str(user), "--clear-groups",
-                    *argv]
-        p = subprocess.run(argv, capture_output=True, text=True, timeout=timeout,
-                           stdin=subprocess.DEVNULL)
+        p = subprocess.run(_as_user([DAEMON, *args], user), capture_output=True, text=True,
+                           timeout=timeout, stdin=subprocess.DEVNULL)
         return p.returncode, p.stdout, p.stderr
 
     def stop_all(self):
-        for d in self.daemons:
-            d.stop()
-        if self.master:
-            self.master.stop()
-        if self.trap_receiver:
-            self.trap_receiver.stop()
+        for p in [*self.daemons, self.master, self.trap_receiver]:
+            if p:
+                p.stop()
         for path in reversed(self.mounts):
             subprocess.run(["umount", "-l", path], check=False)
-
-
-def _mount_fresh(path):
-    os.makedirs(path, exist_ok=True)
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", path], check=True)
 
 
 @pytest.fixture
 def bed():
     if not os.environ.get("TEMHOSTD_BUILD"):
         pytest.skip("run through tests/e2e/run.sh")
-    mounted = []
+    b = Bed()
     try:
         for d in FRESH_DIRS:
-            _mount_fresh(d)
-            mounted.append(d)
-        b = Bed()
-        try:
-            yield b
-        finally:
-            b.stop_all()
+            b.mount_tmpfs(d, 0)
+        yield b
     finally:
-        for d in reversed(mounted):
-            subprocess.run(["umount", "-l", d], check=False)
+        b.stop_all()

@@ -14,10 +14,14 @@ WRITABLE = [  # a valid SET of each writable object
     (ROOT + ".2.8.2.0", "s", "patch 7"),
     (ROOT + ".2.10.3.0", "s", "0123456789ABCDEF"),
     (ROOT + ".2.1.4.1.0", "i", 30),
+    (ROOT + ".2.7.2.1.3.1", "i", 4),  # the package below (the run's /var is private)
 ]
 
 
 def test_a_whole_life_under_valgrind(bed):
+    with open("/var/lib/dpkg/status", "w") as f:
+        f.write("Package: KYQtem\nStatus: install ok installed\nVersion: 1.0\n"
+                "Description: host agent\n\n")
     bed.write_persistent("defaultPollFreq(sec) 60\n")  # so the poll frequency takes a SET
     bed.start_master()
     d = bed.start_daemon(wrapper=["valgrind", "--leak-check=full", "--track-fds=yes",
@@ -26,13 +30,8 @@ def test_a_whole_life_under_valgrind(bed):
     assert len(walk(ROOT)) > 20
     for triple in WRITABLE:
         set_(triple)
-    sw_rows = [v for v in walk(ROOT + ".2.7.2.1.3") if v.kind == "INTEGER"]
-    if sw_rows:
-        set_((sw_rows[0].oid.lstrip("."), "i", 4))
     status = d.stop(signal.SIGTERM, timeout=120)
     out = d.output()
-    assert "ERROR SUMMARY: 0 errors" in out, out[-4000:]
-    assert status != 99, out[-4000:]  # valgrind's status for an error or a leak
+    assert "ERROR SUMMARY: 0 errors" in out and status != 99, out[-4000:]  # 99: error or leak
     opened = re.search(r"FILE DESCRIPTORS: (\d+) open(?: \((\d+) std\))? at exit", out)
-    assert opened, out[-4000:]
-    assert opened.group(1) == (opened.group(2) or "3") == "3", out[-4000:]
+    assert opened and opened.group(1) == (opened.group(2) or "3") == "3", out[-4000:]
