@@ -2,7 +2,6 @@
 // replaced by a recorder.
 #include <unistd.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -15,8 +14,7 @@
 namespace {
 
 struct SentTrap {
-    int generic;
-    int specific;
+    int generic, specific;
     std::vector<oid> enterprise;
     std::vector<std::pair<std::vector<oid>, std::string>> bindings; // text octets, or INTEGER n
 };
@@ -48,60 +46,41 @@ void fire(int id) {
     trigger_immediate_trap_send_CB(a->clientreg, a->clientarg);
 }
 
-struct Traps : ::testing::Test {
-    void SetUp() override {
-        g_sent.clear();
-        set_trap_sender(record_trap);
-        do_init();
-    }
-    void TearDown() override {
-        set_trap_sender(nullptr);
-        g_do_trap = 1;
-        erase_sysstat_info();
-        EXPECT_EQ(sa_find_next(), nullptr) << "every pending send was released";
-    }
-};
-
-TEST_F(Traps, PendingSendOwnsItsTextAndComposesTheTrap) {
-    // The request's value is gone before the alarm fires.
+TEST(Traps, EachPendingSendOwnsItsTextAndComposesItsTrap) {
+    g_sent.clear();
+    set_trap_sender(record_trap);
+    do_init();
     std::string *value = new std::string("disk replaced");
-    int id = trigger_immediate_trap_send(value->c_str(), TRAP_GENERIC_DATA_SET);
-    ASSERT_NE(id, 0);
-    value->assign(40, 'X');
+    const int first = trigger_immediate_trap_send(value->c_str(), TRAP_GENERIC_DATA_SET);
+    const int second = trigger_immediate_trap_send("critical", TRAP_CRIT_DATA_SET);
+    ASSERT_NE(first, 0);
+    value->assign(40, 'X'); // the request's value is gone before the alarm fires
     delete value;
-    fire(id);
+    fire(first);
+    fire(second);
 
-    ASSERT_EQ(g_sent.size(), 1u);
+    ASSERT_EQ(g_sent.size(), 2u);
     const SentTrap &t = g_sent[0];
     EXPECT_EQ(t.generic, SNMP_TRAP_ENTERPRISESPECIFIC);
     EXPECT_EQ(t.specific, 11003);
     EXPECT_EQ(t.enterprise, (std::vector<oid>{1, 3, 6, 1, 4, 1, 32473}));
-    ASSERT_EQ(t.bindings.size(), 3u);
     char host[256] = {0};
     gethostname(host, sizeof(host) - 1);
-    EXPECT_EQ(t.bindings[0].first, oids(vorHoName_oid));
-    EXPECT_EQ(t.bindings[0].second, host);
-    EXPECT_EQ(t.bindings[1].first, oids(vorHoTrapFlags_oid));
-    EXPECT_EQ(t.bindings[1].second, "INTEGER 0");
-    EXPECT_EQ(t.bindings[2].first, oids(vorHoGenericData_oid));
-    EXPECT_EQ(t.bindings[2].second, "disk replaced");
-}
-
-TEST_F(Traps, EachPendingSendKeepsItsNumberAndTextAndMinusTSendsNone) {
-    int first = trigger_immediate_trap_send("generic", TRAP_GENERIC_DATA_SET);
-    int second = trigger_immediate_trap_send("critical", TRAP_CRIT_DATA_SET);
-    fire(first);
-    fire(second);
-    ASSERT_EQ(g_sent.size(), 2u);
-    EXPECT_EQ(g_sent[0].specific, 11003);
-    EXPECT_EQ(g_sent[0].bindings[2].second, "generic");
+    EXPECT_EQ(t.bindings, (decltype(t.bindings){{oids(vorHoName_oid), host},
+                                                {oids(vorHoTrapFlags_oid), "INTEGER 0"},
+                                                {oids(vorHoGenericData_oid), "disk replaced"}}));
     EXPECT_EQ(g_sent[1].specific, 11014);
-    EXPECT_EQ(g_sent[1].bindings[2].first, oids(vorHoGenericData_oid));
-    EXPECT_EQ(g_sent[1].bindings[2].second, "critical");
+    ASSERT_EQ(g_sent[1].bindings.size(), 3u);
+    EXPECT_EQ(g_sent[1].bindings[2],
+              make_pair(oids(vorHoGenericData_oid), std::string("critical")));
 
-    g_do_trap = 0;
+    g_do_trap = 0; // -T: the send is released, nothing goes out
     fire(trigger_immediate_trap_send("quiet", TRAP_GENERIC_DATA_SET));
     EXPECT_EQ(g_sent.size(), 2u);
+    set_trap_sender(nullptr);
+    g_do_trap = 1;
+    erase_sysstat_info();
+    EXPECT_EQ(sa_find_next(), nullptr) << "every pending send was released";
 }
 
 } // namespace
