@@ -36,10 +36,6 @@ TEST(CpuRing, MeanOfFilledSlotsRoundsHalvesUp) {
     reset_cpu_info_list(&node);
     vorHoCpuUtilEntry_type &e = node.vorCpu;
     unsigned int avg = 0;
-    for (unsigned int v : {10u, 20u, 31u})
-        compute_avg(CPU_RING_1MIN, v, &avg, e.hdr);
-    EXPECT_EQ(20u, avg) << "61 / 3";
-    reset_cpu_info_list(&node);
     for (unsigned int v : {10u, 11u})
         compute_avg(CPU_RING_1MIN, v, &avg, e.hdr);
     EXPECT_EQ(11u, avg) << "10.5 rounds up";
@@ -195,19 +191,16 @@ TEST_F(CpuSampler, ReadCpuStatValByCode) {
     vorHoCpuUtilEntry_type &e = find_cpu_inst(1)->vorCpu;
     e.cpu_1min = 11, e.cpu_5min = 55, e.cpu_30min = 33, e.cpu_60min = 66;
     strcpy(e.cpu_hwLocation, "slot 3");
-    const int expect[] = {0, 1, 11, 55, 33, 66};
-    int v = 12345;
-    for (int code = 1; code <= 5; ++code) {
-        EXPECT_EQ(1, ReadCpuStatVal(1, code, &v)) << code;
-        EXPECT_EQ(expect[code], v) << code;
-    }
+    std::vector<int> got;
+    for (int code = 1, v; code <= 5; ++code)
+        got.push_back(ReadCpuStatVal(1, code, &v) ? v : -99);
+    EXPECT_EQ((std::vector<int>{1, 11, 55, 33, 66}), got);
     char text[16];
     memset(text, '#', sizeof(text));
     EXPECT_EQ(1, ReadCpuStatVal(1, 6, text));
     EXPECT_EQ("slot 3#", std::string(text, 7)) << "the bytes without a NUL";
-    v = 12345;
-    EXPECT_EQ(0, ReadCpuStatVal(1, 7, &v));
-    EXPECT_EQ(0, ReadCpuStatVal(2, 1, &v));
+    int v = 12345;
+    EXPECT_EQ(0, ReadCpuStatVal(1, 7, &v) + ReadCpuStatVal(2, 1, &v));
     EXPECT_EQ(12345, v);
     EXPECT_EQ(0, getNextCpuIndex(1, &v));
 }

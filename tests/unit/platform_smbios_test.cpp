@@ -1,13 +1,9 @@
 // SMBIOS structure walking over hand-built DMI tables.
-#include "platform/host_paths.h"
 #include "platform/smbios.h"
+#include "unit_helpers.h"
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 namespace {
@@ -28,18 +24,10 @@ const std::string kBios = structure(0, std::string(14, '\x01'), std::string("Ven
 const std::string kEnd = structure(127, "");
 
 struct PlatformSmbios : ::testing::Test {
-    std::string root = fs::temp_directory_path() / ("smbios_" + std::to_string(getpid()));
-    void SetUp() override {
-        fs::create_directories(root + "/sys/firmware/dmi/tables");
-        platform::set_host_root(root);
-    }
-    void TearDown() override {
-        platform::set_host_root("");
-        InitSMBIOS(); // forget the table
-        fs::remove_all(root);
-    }
+    ScratchDir root{true};
+    void TearDown() override { platform::set_host_root(""), InitSMBIOS(); } // forget the table
     void load(const std::string &table) {
-        std::ofstream(root + "/sys/firmware/dmi/tables/DMI", std::ios::binary) << table;
+        root.write("sys/firmware/dmi/tables/DMI", table);
         InitSMBIOS();
     }
     static SMBIOS_SYSTEM_INFORMATION *system_info(WORD copy = 0) {
@@ -67,7 +55,7 @@ TEST_F(PlatformSmbios, FindsTheCopyOfATypeAndItsUuidWhileTheTableLasts) {
     InitSMBIOS();
     EXPECT_EQ(system_info(), si) << "records stay put while the table is unchanged";
 
-    fs::remove(root + "/sys/firmware/dmi/tables/DMI");
+    fs::remove(root.path + "/sys/firmware/dmi/tables/DMI");
     EXPECT_EQ(InitSMBIOS(), 0);
     EXPECT_EQ(IsSMBIOSAvailable(), 0);
     EXPECT_EQ(system_info(), nullptr);
