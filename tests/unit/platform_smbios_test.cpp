@@ -59,6 +59,7 @@ TEST_F(PlatformSmbios, FindsTheCopyOfATypeAndItsUuidWhileTheTableLasts) {
     EXPECT_EQ(InitSMBIOS(), 0);
     EXPECT_EQ(IsSMBIOSAvailable(), 0);
     EXPECT_EQ(system_info(), nullptr);
+    EXPECT_EQ(SmbGetRecordByType(1, 0, nullptr), 0);
     // SMBIOS 2.0 type 1 ends before the UUID; what follows must not show
     // through where the UUID would be.
     load(structure(1, std::string("\x01\x02\x03\x04", 4)) + std::string(40, '\x55') + kEnd);

@@ -135,6 +135,7 @@ TEST_F(PlatformStandins, PkginfoListsInstalledPackagesInTheExtractedFormat) {
                   "libvorsample-dev lower-case field names and a comma in the version",
                   "              (amd64) 1:2.3.4,rev5-1",
                   "crlf-tool     written with CR LF line ends", "              (arm64) 0.1"}));
+    EXPECT_NE(run(platform::run_pkginfo, {"pkginfo"}), 0);
     use_fixture("platform/bare"); // no dpkg database
     EXPECT_NE(run(platform::run_pkginfo, {"pkginfo", "-x"}), 0);
     EXPECT_EQ(out_.str(), "");

@@ -138,12 +138,14 @@ TEST_F(SwVer, EditsFollowThePackageAcrossRebuilds) {
     parse(pkg("KYQvane", "util") + pkg("KYQtem", "agent"));
     ASSERT_EQ(0, set_swver_column_val_str(SWVER_DESCRIPTION, 2, "mine", 4));
     ASSERT_EQ(1, UpdateAlteredList("KYQtem", "mine", SWVER_DESCRIPTION));
+    const int kind = 5;
+    ASSERT_EQ(1, UpdateAlteredList("KYQtem", &kind, SWVER_TYPE));
     ASSERT_EQ(1, UpdateAlteredList("KYQwisp", "/opt/one", SWVER_LOCATION));
     ASSERT_EQ(1, UpdateAlteredList("KYQwisp", "/opt/two", SWVER_LOCATION));
     parse(pkg("KYQvane", "util") + pkg("KYQtem", "agent") + pkg("KYQwisp", "back") +
           pkg("KYQtem", "twice"));
-    EXPECT_EQ((Rows{"1 4 KYQvane|util\n|1.0", "2 3 KYQtem|mine|1.0", "3 5 KYQwisp|back\n|1.0",
-                    "4 3 KYQtem|mine|1.0"}),
+    EXPECT_EQ((Rows{"1 4 KYQvane|util\n|1.0", "2 5 KYQtem|mine|1.0", "3 5 KYQwisp|back\n|1.0",
+                    "4 5 KYQtem|mine|1.0"}),
               rows());
     EXPECT_STREQ("/opt/two", swVerList->next->next->vorSwverEntry->location);
     EXPECT_STREQ("", swVerList->next->vorSwverEntry->location) << "the inventory's";
