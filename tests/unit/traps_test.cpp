@@ -30,6 +30,7 @@ void fire(int id) {
 }
 
 TEST(Traps, EachPendingSendOwnsItsTextAndIsReleased) {
+    g_sent.clear();
     set_trap_sender(record_trap);
     do_init();
     std::string *value = new std::string("disk replaced");
