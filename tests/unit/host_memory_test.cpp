@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -31,20 +32,20 @@ struct HostMemory : ::testing::Test {
         set_memory_source(&fake_source);
         p_pagetok = nullptr;
     }
-    void TearDown() override {
-        set_memory_source(nullptr);
-        p_pagetok = nullptr;
-    }
+    void TearDown() override { set_memory_source(nullptr), p_pagetok = nullptr; }
     void page_size(long bytes) {
         fake.pagesize = bytes;
         p_pagetok = nullptr; // the converter is otherwise chosen once per process
     }
+    // Physical size and free, virtual size and free, in MB.
+    static std::vector<long> figures() {
+        return {get_PhysicalMemorySizeMB(), get_PhysicalMemoryFreeMB(), get_VirtualMemorySizeMB(),
+                get_VirtualMemoryFreeMB()};
+    }
 };
 
 TEST_F(HostMemory, FiguresAtEachPageSize) {
-    fake.phys_pages = 262144;
-    fake.freemem = 1000;
-    fake.swap = {131072, 0, 32768};
+    fake.phys_pages = 262144, fake.freemem = 1000, fake.swap = {131072, 0, 32768};
     const struct {
         long pagesize;
         int phys, free;
@@ -55,10 +56,8 @@ TEST_F(HostMemory, FiguresAtEachPageSize) {
                  {512, 129, 0, 64, 48}};
     for (const auto &c : cases) {
         page_size(c.pagesize);
-        EXPECT_EQ(c.phys, get_PhysicalMemorySizeMB()) << c.pagesize;
-        EXPECT_EQ(c.free, get_PhysicalMemoryFreeMB()) << c.pagesize;
-        EXPECT_EQ(c.swap, get_VirtualMemorySizeMB()) << c.pagesize;
-        EXPECT_EQ(c.swap_free, get_VirtualMemoryFreeMB()) << c.pagesize;
+        EXPECT_EQ((std::vector<long>{c.phys, c.free, c.swap, c.swap_free}), figures())
+            << c.pagesize;
     }
 }
 
@@ -70,28 +69,19 @@ TEST_F(HostMemory, FailuresGiveTheFallbackFigures) {
         fake.phys_pages = -1; // sysconf failed
         EXPECT_EQ(1, get_PhysicalMemorySizeMB()) << size;
     }
-    fake.swap = {131072, 0, 32768};
-    fake.swap_rc = -1;
+    fake.swap = {131072, 0, 32768}, fake.swap_rc = -1;
     EXPECT_EQ(0, get_VirtualMemorySizeMB());
     EXPECT_EQ(0, get_VirtualMemoryFreeMB());
 }
 
 TEST_F(HostMemory, HostsBeyondTwoTebibytes) {
-    fake.phys_pages = 1L << 30; // 4 TiB: 2^32 KB wraps in 32 bits
-    fake.swap = {1UL << 30, 0, 1UL << 28};
+    fake.phys_pages = 1L << 30, fake.swap = {1UL << 30, 0, 1UL << 28}; // 2^32 KB wraps in 32 bits
     fake.freemem = 1ULL << 33; // its low 32 bits alone read 0
-    EXPECT_EQ(4194305, get_PhysicalMemorySizeMB());
-    EXPECT_EQ(4194304, get_VirtualMemorySizeMB());
-    EXPECT_EQ(3145728, get_VirtualMemoryFreeMB());
-    EXPECT_EQ(33554432, get_PhysicalMemoryFreeMB());
+    EXPECT_EQ((std::vector<long>{4194305, 33554432, 4194304, 3145728}), figures());
 
-    fake.phys_pages = 1L << 42; // past a 32-bit INTEGER even in MB
-    fake.freemem = 1ULL << 42;
+    fake.phys_pages = 1L << 42, fake.freemem = 1ULL << 42; // past a 32-bit INTEGER even in MB
     fake.swap = {1UL << 42, 0, 0};
-    EXPECT_EQ(INT_MAX, get_PhysicalMemorySizeMB());
-    EXPECT_EQ(INT_MAX, get_PhysicalMemoryFreeMB());
-    EXPECT_EQ(INT_MAX, get_VirtualMemorySizeMB());
-    EXPECT_EQ(INT_MAX, get_VirtualMemoryFreeMB());
+    EXPECT_EQ(std::vector<long>(4, INT_MAX), figures());
 }
 
 } // namespace

@@ -17,8 +17,7 @@ TEST(MibCondition, OnlyOneToFourAreTaken) {
 
 TEST(PollFrequencyToken, ParsesLikeAtoiWithoutRangeCheck) {
     const std::pair<const char *, int> cases[] = {
-        {"60", 60}, {"2000", 2000}, {"  30s", 30},           {"abc", 0},
-        {"", 60},   {"-5", 0},      {"99999999999", INT_MAX}};
+        {"60", 60}, {"  30s", 30}, {"", 60}, {"-5", 0}, {"99999999999", INT_MAX}};
     for (const auto &[value, expected] : cases) {
         char buf[64];
         strcpy(buf, value);

@@ -1,37 +1,18 @@
 #include <sys/resource.h>
-#include <sys/stat.h>
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "interface/vorHoSwVer_interface.h"
-#include "mib-extns/mib_registration.h"
 #include "mib-extns/vorHoSwVerTable.h"
-#include "platform/host_paths.h"
+#include "unit_helpers.h"
 
 namespace {
 
-int state_unknown(int, const char *) {
-    return SWVER_STATUS_UNKNOWN;
-}
-
-struct Row {
-    int index, type;
-    std::string name, description, version;
-    bool operator==(const Row &o) const {
-        return index == o.index && type == o.type && name == o.name &&
-               description == o.description && version == o.version;
-    }
-};
-std::ostream &operator<<(std::ostream &os, const Row &r) {
-    return os << "{" << r.index << " " << r.type << " '" << r.name << "' '" << r.description
-              << "' '" << r.version << "'}";
-}
+using Rows = std::vector<std::string>;
 
 struct SwVer : ::testing::Test {
     void SetUp() override { cleanup_swver_list(); }
@@ -47,15 +28,17 @@ struct SwVer : ::testing::Test {
     static void parse(const std::string &listing) {
         FILE *fp = fmemopen(const_cast<char *>(listing.data()), listing.size(), "r");
         ASSERT_NE(nullptr, fp);
-        read_pkg_listing(fp, state_unknown);
+        read_pkg_listing(fp, [](int, const char *) { return int(SWVER_STATUS_UNKNOWN); });
         fclose(fp);
     }
-    static std::vector<Row> rows() {
-        std::vector<Row> out;
+    // "index type name|description|version" per row.
+    static Rows rows() {
+        Rows out;
         for (const vorHo_Swver_t *n = swVerList; n; n = n->next) {
             const swver_t *r = n->vorSwverEntry;
             EXPECT_EQ(0, r->date[0] | r->versionBin[0]);
-            out.push_back({r->index, r->type, r->name, r->description, r->version});
+            out.push_back(std::to_string(r->index) + " " + std::to_string(r->type) + " " + r->name +
+                          "|" + r->description + "|" + r->version);
         }
         return out;
     }
@@ -67,65 +50,44 @@ struct SwVer : ::testing::Test {
 };
 
 TEST_F(SwVer, ListingsParseAsTheInventoryRows) {
-    const std::string desc200(200, 'd'), cut = "VOR " + std::string(123, 'd');
-    const struct {
-        const char *what;
-        std::string listing;
-        std::vector<Row> rows;
-    } cases[] = {
-        {"worked example",
-         "KYQtem        Host agent for the platform\n"
-         "              (i386) 7.9.0,REV=2007.11.15\n",
-         {{1, 3, "KYQtem", "Host agent for the platform\n", "7.9.0"}}},
-        {"KYQ only in an unrecognised package's text; pairing kept after it",
-         pkg("libfoo", "uses KYQ", "1KYQ") + pkg("e1000g", "VOR gigabit driver"),
-         {{1, 2, "e1000g", "gigabit driver\n", "1.0"}}},
-        {"truncated last package",
-         pkg("KYQvane", "a") + "KYQsorrel     b\n",
-         {{1, 4, "KYQvane", "a\n", "1.0"}}},
-        {"no ')', ')' last, overlong version",
-         "KYQtarn  x\n (amd64 7.9\nKYQmerl  y\n (amd64)\nky1  KYQ z\n (a) 12345678901,R\n",
-         {{1, 2, "KYQtarn", "x\n", ""},
-          {2, 2, "KYQmerl", "y\n", ""},
-          {3, 5, "ky1", "z\n", "1234567890"}}},
-        {"overlong description, no blank after the match, name cut to 63",
-         pkg("net-snmp", "VOR " + desc200) + "KYQwisp\n (x) 2\n" +
-             pkg("ky" + std::string(68, 'k'), "KYQ"),
-         {{1, 5, "net-snmp", desc200.substr(0, 127), "1.0"},
-          {2, 5, "KYQwisp", "", "2"},
-          {3, 5, "ky" + std::string(61, 'k'), "", "1.0"}}},
-        {"255-character first lines and longer ones stay paired",
-         pkg("KYQvane", std::string(255 - 14, 'a')) + pkg("KYQvane2", std::string(400, 'b')) +
+    const std::string d(200, 'd'), k61(61, 'k');
+    const std::pair<std::string, Rows> cases[] = {
+        {"KYQtem        Host agent for the platform\n              (i386) 7.9.0,REV=2007.11.15\n",
+         {"1 3 KYQtem|Host agent for the platform\n|7.9.0"}},
+        // KYQ only in an unrecognised package's text; pairing kept after it
+        {pkg("libfoo", "uses KYQ", "1KYQ") + pkg("e1000g", "VOR gigabit driver"),
+         {"1 2 e1000g|gigabit driver\n|1.0"}},
+        {pkg("KYQvane", "a") + "KYQsorrel     b\n", {"1 4 KYQvane|a\n|1.0"}}, // truncated
+        // no ')', ')' last, overlong version
+        {"KYQtarn  x\n (amd64 7.9\nKYQmerl  y\n (amd64)\nky1  KYQ z\n (a) 12345678901,R\n",
+         {"1 2 KYQtarn|x\n|", "2 2 KYQmerl|y\n|", "3 5 ky1|z\n|1234567890"}},
+        // overlong description, no blank after the match, name cut to 63
+        {pkg("net-snmp", "VOR " + d) + "KYQwisp\n (x) 2\n" + pkg("ky" + k61 + "kkkkkkk", "KYQ"),
+         {"1 5 net-snmp|" + d.substr(0, 127) + "|1.0", "2 5 KYQwisp||2", "3 5 ky" + k61 + "||1.0"}},
+        // 255-character first lines and longer ones stay paired
+        {pkg("KYQvane", std::string(241, 'a')) + pkg("KYQvane2", std::string(400, 'b')) +
              pkg("KYQvane3", "c"),
-         {{1, 4, "KYQvane", std::string(127, 'a'), "1.0"},
-          {2, 4, "KYQvane2", std::string(127, 'b'), "1.0"},
-          {3, 4, "KYQvane3", "c\n", "1.0"}}},
-        {"empty listing", "", {}},
+         {"1 4 KYQvane|" + std::string(127, 'a') + "|1.0",
+          "2 4 KYQvane2|" + std::string(127, 'b') + "|1.0", "3 4 KYQvane3|c\n|1.0"}},
+        {"", {}},
     };
-    for (const auto &c : cases) {
+    for (const auto &[listing, want] : cases) {
         parse(pkg("KYQtem", "stale")); // every read starts from an empty list
-        parse(c.listing);
-        EXPECT_EQ(c.rows, rows()) << c.what;
-        EXPECT_EQ(static_cast<int>(c.rows.size()), g_NextIndex) << c.what;
+        parse(listing);
+        EXPECT_EQ(want, rows()) << listing;
+        EXPECT_EQ(static_cast<int>(want.size()), g_NextIndex) << listing;
     }
 }
 
-TEST_F(SwVer, AHundredRowsAtMostNumberedAlikeOnEveryRebuild) {
+TEST_F(SwVer, AHundredRowsAtMostAndTheNextIndexRunsOut) {
     std::string listing;
-    for (int i = 1; i <= 120; ++i) {
+    for (int i = 1; i <= 120; ++i)
         listing += pkg("KYQtem" + std::to_string(i), "agent");
-    }
-    for (int rebuild = 0; rebuild < 2; ++rebuild) {
-        parse(listing);
-        const std::vector<Row> got = rows();
-        ASSERT_EQ(100u, got.size());
-        EXPECT_EQ(100, g_NextIndex);
-        for (int i = 1; i <= 100; ++i) {
-            EXPECT_EQ(i, got[i - 1].index);
-            EXPECT_EQ("KYQtem" + std::to_string(i), got[i - 1].name);
-        }
-    }
-    g_NextIndex = 100;
+    parse(listing);
+    const Rows got = rows();
+    ASSERT_EQ(100u, got.size());
+    EXPECT_EQ("100 3 KYQtem100|agent\n|1.0", got.back());
+    EXPECT_EQ(100, g_NextIndex);
     RecalculateNextIndex();
     EXPECT_EQ(101, g_NextIndex);
     RecalculateNextIndex();
@@ -135,116 +97,66 @@ TEST_F(SwVer, AHundredRowsAtMostNumberedAlikeOnEveryRebuild) {
     g_NextIndex = 100; // what the 100 rows still in the list account for
 }
 
-TEST_F(SwVer, FiltersAndExecutablesByCaseSensitivePrefix) {
+TEST(SwVerKinds, FiltersAndExecutablesByCaseSensitivePrefix) {
     const std::pair<const char *, int> kinds[] = {
         {"KYQtarnX", 2}, {"VORlynx3", 2},  {"e1000e", 2},     {"bge0", 2},   {"KYQmerl", 2},
         {"KYQtem", 3},   {"KYQfenAgt", 3}, {"KYQCoveAgt", 0}, {"kyq", 5},    {"net-snmp-x", 5},
         {"KYQwisp", 5},  {"KYQsorrel", 4}, {"KYQvane", 4},    {"Kyqtem", 0}, {"vorlynx3", 0},
     };
-    for (const auto &[name, kind] : kinds) {
+    for (const auto &[name, kind] : kinds)
         EXPECT_EQ(kind, is_eligible_pkg(name)) << name;
-    }
     EXPECT_STREQ("tarnd", get_exe_name("KYQtarn2"));
     EXPECT_STREQ("temhostd", get_exe_name("KYQtem"));
     EXPECT_EQ(nullptr, get_exe_name("KYQcoveAgt")) << "spelt KYQCoveAgt in the table";
     EXPECT_EQ(nullptr, get_exe_name("e1000g"));
     EXPECT_EQ(1, is_user_mode_drv("KYQtarn"));
     EXPECT_EQ(0, is_user_mode_drv("VORlynx3"));
-    EXPECT_EQ(SWVER_STATUS_UNKNOWN, get_current_status(1, "KYQtem"));
-    EXPECT_EQ(SWVER_STATUS_UNKNOWN, get_current_status(SWVER_TYPE_DRIVER, "e1000g"));
 }
 
-// The whole refresh through stand-in pkginfo and modinfo programs.
-TEST_F(SwVer, RefreshRunsTheListingAndTheDriverCheck) {
-    char dir[] = "/tmp/temhostd-swver-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(dir));
-    const std::string saved = platform::command_dir();
-    platform::set_command_dir(dir);
-    auto script = [&](const char *name, const std::string &out) {
-        const std::string path = std::string(dir) + "/" + name;
-        std::ofstream(path) << "#!/bin/sh\ncat <<'END'\n" << out << "END\n";
-        chmod(path.c_str(), 0755);
-    };
-    script("pkginfo", pkg("VORlynx3", "VOR nic") + pkg("e1000g", "VOR nic"));
-    script("modinfo", " Id Loadaddr   Size Info Rev Module Name\n"
-                      "  1 c0a00000   4000    -   1  vorlynx3 (vorlynx3)\n");
+// Without a pipe the list stays; without the command it empties.
+TEST_F(SwVer, RefreshFailuresThroughAStandInPkginfo) {
+    ScratchDir dir;
+    dir.command("pkginfo", pkg("VORlynx3", "VOR nic") + pkg("e1000g", "VOR nic"));
     EXPECT_EQ(1, refresh_SwverLoad_CB());
     ASSERT_EQ(2u, rows().size());
-    EXPECT_EQ(SWVER_STATUS_RUNNING, swVerList->vorSwverEntry->status);
-    EXPECT_EQ(SWVER_STATUS_UNKNOWN, swVerList->next->vorSwverEntry->status) << "no module known";
-    script("modinfo", " Id Loadaddr   Size Info Rev Module Name\n");
-    EXPECT_EQ(1, refresh_SwverLoad_CB());
-    EXPECT_EQ(SWVER_STATUS_STOPPED, swVerList->vorSwverEntry->status);
-
-    // No pipe at all: the list stays; a missing command: an empty list.
-    struct rlimit saved_limit, none = {0, 0};
-    getrlimit(RLIMIT_NOFILE, &saved_limit);
-    none.rlim_max = saved_limit.rlim_max;
+    struct rlimit saved, none = {0, 0};
+    getrlimit(RLIMIT_NOFILE, &saved);
+    none.rlim_max = saved.rlim_max;
     setrlimit(RLIMIT_NOFILE, &none);
     const int no_pipe = refresh_SwverLoad_CB();
-    setrlimit(RLIMIT_NOFILE, &saved_limit);
+    setrlimit(RLIMIT_NOFILE, &saved);
     EXPECT_EQ(0, no_pipe);
     EXPECT_EQ(2u, rows().size());
-    std::filesystem::remove(std::string(dir) + "/pkginfo");
+    std::filesystem::remove(dir.path + "/pkginfo");
     EXPECT_EQ(1, refresh_SwverLoad_CB());
     EXPECT_TRUE(rows().empty());
-
-    platform::set_command_dir(saved);
-    std::filesystem::remove_all(dir);
 }
 
-TEST_F(SwVer, LookupsByIndexAndCode) {
-    parse(pkg("KYQtem", "a") + pkg("KYQvane", "b", "2.0"));
-    int32_t v = -9;
-    EXPECT_EQ(1, ReadSwverEntry(2, SWVER_TYPE, &v));
-    EXPECT_EQ(4, v);
-    char text[SWVER_VALUE_BUF] = {};
-    EXPECT_EQ(1, ReadSwverEntry(2, SWVER_VERSION, text));
-    EXPECT_STREQ("2.0", text);
-    EXPECT_EQ(0, ReadSwverEntry(3, SWVER_INDEX, &v));
-    EXPECT_EQ(0, ReadSwverEntry(1, 10, &v));
-    int i = 0;
-    EXPECT_EQ(1, getFirstSwVerEntryIndex(&i));
-    EXPECT_EQ(1, getNextSwVerEntryIndex(i, &i));
-    EXPECT_EQ(2, i);
-    EXPECT_EQ(0, getNextSwVerEntryIndex(2, &i));
-    EXPECT_EQ(0, getNextSwVerEntryIndex(7, &i));
-}
-
+// The plain case is checked end to end; here a package twice, an edit kept
+// while its package is away, and the writes' guards.
 TEST_F(SwVer, EditsFollowThePackageAcrossRebuilds) {
     parse(pkg("KYQvane", "util") + pkg("KYQtem", "agent"));
-    const int kind = 5;
-    ASSERT_EQ(0, set_swver_column_val_int(SWVER_TYPE, 2, kind));
-    ASSERT_EQ(1, UpdateAlteredList("KYQtem", &kind, SWVER_TYPE));
     ASSERT_EQ(0, set_swver_column_val_str(SWVER_DESCRIPTION, 2, "mine", 4));
     ASSERT_EQ(1, UpdateAlteredList("KYQtem", "mine", SWVER_DESCRIPTION));
+    const int kind = 5;
+    ASSERT_EQ(1, UpdateAlteredList("KYQtem", &kind, SWVER_TYPE));
     ASSERT_EQ(1, UpdateAlteredList("KYQwisp", "/opt/one", SWVER_LOCATION));
     ASSERT_EQ(1, UpdateAlteredList("KYQwisp", "/opt/two", SWVER_LOCATION));
-    ASSERT_NE(nullptr, alterList->next);
-    EXPECT_EQ(nullptr, alterList->next->next) << "one entry per package";
-    EXPECT_EQ(1, alterList->type_dirty_bit & alterList->desc_dirty_bit);
-    EXPECT_EQ(0, alterList->loc_dirty_bit);
-    EXPECT_STREQ("/opt/two", alterList->next->location);
-
-    // A new package moves KYQtem; a reinstalled one takes its old edit.
-    parse(pkg("KYQvane", "util") + pkg("KYQsorrel", "new") + pkg("KYQtem", "agent") +
-          pkg("KYQwisp", "back") + pkg("KYQtem", "twice"));
-    const std::vector<Row> got = rows();
-    EXPECT_EQ((Row{3, 5, "KYQtem", "mine", "1.0"}), got[2]);
-    EXPECT_EQ((Row{5, 5, "KYQtem", "mine", "1.0"}), got[4]) << "every matching row";
-    EXPECT_STREQ("/opt/two", swVerList->next->next->next->vorSwverEntry->location);
-    EXPECT_STREQ("", swVerList->next->next->vorSwverEntry->location) << "the inventory's";
-
-    EXPECT_EQ(SNMP_ERR_GENERR, set_swver_column_val_int(SWVER_TYPE, 9, 1));
-    EXPECT_EQ(SNMP_ERR_GENERR, set_swver_column_val_int(SWVER_STATUS, 1, 1));
-    EXPECT_EQ(SNMP_ERR_GENERR, set_swver_column_val_str(SWVER_VERSION, 1, "x", 1));
+    parse(pkg("KYQvane", "util") + pkg("KYQtem", "agent") + pkg("KYQwisp", "back") +
+          pkg("KYQtem", "twice"));
+    EXPECT_EQ((Rows{"1 4 KYQvane|util\n|1.0", "2 5 KYQtem|mine|1.0", "3 5 KYQwisp|back\n|1.0",
+                    "4 5 KYQtem|mine|1.0"}),
+              rows());
+    EXPECT_STREQ("/opt/two", swVerList->next->next->vorSwverEntry->location);
+    EXPECT_STREQ("", swVerList->next->vorSwverEntry->location) << "the inventory's";
+    EXPECT_EQ(SNMP_ERR_GENERR, set_swver_column_val_int(SWVER_TYPE, 9, 1)) << "no row 9";
     const std::string too_long(300, 'L');
     EXPECT_EQ(0, set_swver_column_val_str(SWVER_LOCATION, 1, too_long.c_str(), 300));
     EXPECT_EQ(255u, strlen(swVerList->vorSwverEntry->location)) << "kept NUL-terminated";
 }
 
-// ACTION arrives in a message of its own: the node found in RESERVE1 may
-// have been freed by a rebuild since, so the row is found again by index.
+// ACTION comes in a message of its own: the node found in RESERVE1 may have
+// been freed by a rebuild since, so the row is found again by index.
 TEST_F(SwVer, ActionFindsItsRowByIndexAfterARebuild) {
     parse(pkg("KYQvane", "a") + pkg("KYQtem", "b"));
     vorHo_Swver_t *stale = swVerList->next;
@@ -271,16 +183,6 @@ TEST_F(SwVer, ActionFindsItsRowByIndexAfterARebuild) {
     ASSERT_NE(nullptr, alterList);
     EXPECT_STREQ("KYQtem", alterList->pkgName);
     netsnmp_free_all_list_data(request.parent_data);
-}
-
-TEST(SwVerTablePacing, OnDemandRebuildEveryFifteenSeconds) {
-    const time_t t = 1700000000;
-    time_t prev = 0;
-    std::vector<bool> due;
-    for (time_t now : {t, t + 10, t + 14, t + 15, t + 29, t + 30}) {
-        due.push_back(on_demand_rebuild_due(&prev, now, SWVER_ON_DEMAND_MIN_INTERVAL));
-    }
-    EXPECT_EQ((std::vector<bool>{true, false, false, true, false, true}), due);
 }
 
 } // namespace
