@@ -14,9 +14,10 @@ for seeds in tests/fuzz/corpus/*/; do
     target=$(basename "$seeds")
     work=$(mktemp -d)
     echo "== $target (${seconds}s)"
-    # New inputs go to the scratch corpus; the committed seeds stay as they are.
+    # New inputs go to the scratch corpus; the committed seeds and the unit
+    # tests' host fixtures (mount tables, /proc files, dpkg status) seed it.
     if ! "build-fuzz/bin/$target" -max_total_time="$seconds" -print_final_stats=0 \
-        -artifact_prefix="build-fuzz/findings/$target-" "$work" "$seeds" \
+        -artifact_prefix="build-fuzz/findings/$target-" "$work" "$seeds" tests/fixtures \
         >"build-fuzz/findings/$target.log" 2>&1; then
         tail -n 40 "build-fuzz/findings/$target.log"
         status=1
