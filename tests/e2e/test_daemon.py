@@ -55,6 +55,7 @@ def test_polling_on_one_refresh_alarm_and_the_stored_period(bed):
     assert "tmpfs On /mnt/late" in fs_names(), "the timer rebuilt the tables"
     set_((POLL, "i", 30))
     d.stop()
+    assert "Stopping KY Orbeline host agent[temhostd], Version 2.3" in d.output()
     assert "defaultPollFreq(sec) 30" in open(PERSIST_FILE).read().splitlines()
 
 
@@ -72,13 +73,16 @@ def test_refusals_without_root_master_or_pid_file(bed):
     assert status == 1 and ("Error: Could not initialize connection to Master SNMP daemon. \n"
                             "Check whether the master agent is running.\n") in err
     assert time.monotonic() - started < 2, "no master: exits at once"
+    # the option scan stops at the first word that is no option
+    assert bed.run_daemon("stray", "-v")[:2] == (1, "")
 
 
 def test_second_instance_is_refused_and_sigint_stops_cleanly(bed):
     bed.start_master()
-    first = bed.start_daemon()
+    first = bed.start_daemon("-s", "-l")  # -s wins: nothing goes to the log file
     pid_line = "%d\n" % first.pid
     assert open(PID_FILE).read() == pid_line
+    assert os.stat(PID_FILE).st_mode & 0o777 == 0o644
     status, _, err = bed.run_daemon()
     assert status == 3
     assert err.endswith("ERROR: temhostd: cannot lock pid file '/var/run/temhostd.pid'\n"
@@ -86,8 +90,8 @@ def test_second_instance_is_refused_and_sigint_stops_cleanly(bed):
     assert open(PID_FILE).read() == pid_line
     assert get(ROOT + ".1.1.0").int == 1
     first.stop(signal.SIGINT)
-    assert "Stopping KY Orbeline host agent[temhostd], Version 2.3" in first.output()
     assert not os.path.exists(PID_FILE)
+    assert not os.path.exists("/var/log/snmpd.log") and "Starting" not in first.output()
 
 
 def test_foreign_options_go_to_the_library_and_the_scan_ends(bed):
