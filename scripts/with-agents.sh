@@ -26,20 +26,7 @@ CONF
 } > /etc/snmp/snmpd.conf.new
 mv /etc/snmp/snmpd.conf.new /etc/snmp/snmpd.conf
 
-# Polls until "$@" succeeds, for at most 20 seconds.
-wait_until() {
-    i=0
-    until "$@" >/dev/null 2>&1; do
-        i=$((i + 1))
-        [ $i -le 100 ] || return 1
-        sleep 0.2
-    done
-}
-# Answers: every object given is registered ("No Such Object" means not yet).
-answers() {
-    out=$(snmpget -v2c -c meadow -t 1 -r 0 127.0.0.1 "$@" 2>&1) || return 1
-    ! printf '%s\n' "$out" | grep -q "No Such Object"
-}
+. "$(dirname "$0")/agent-probes.sh"
 
 /usr/sbin/snmpd -f -Lf /var/log/snmpd-master.log -p /run/snmpd.pid &
 master=$!

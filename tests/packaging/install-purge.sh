@@ -55,23 +55,11 @@ written_here() {
     done
 }
 
-wait_until() {
-    i=0
-    until "$@" >/dev/null 2>&1; do
-        i=$((i + 1))
-        [ $i -le 100 ] || return 1
-        sleep 0.2
-    done
-}
-# Every readiness object answers through the master with the daemon's own
-# query: SNMPv1, community meadow.
-# Every module registered (v2c: a table without rows answers "No Such
-# Instance", which SNMPv1 would turn into an error), and the daemon's own kind
-# of query (SNMPv1, community meadow) reads its condition object.
+. "$here/../../scripts/agent-probes.sh"
+# Every module registered, and the daemon's own kind of query (SNMPv1,
+# community meadow) reads its condition object.
 daemon_query_answers() {
-    out=$(snmpget -v2c -c meadow -t 1 -r 0 127.0.0.1 $ready_oids 2>&1) &&
-        ! printf '%s\n' "$out" | grep -q "No Such Object" &&
-        snmpget -v1 -c meadow -t 1 -r 0 127.0.0.1 $ROOT.1.3.0 >/dev/null 2>&1
+    answers $ready_oids && snmpget -v1 -c meadow -t 1 -r 0 127.0.0.1 $ROOT.1.3.0 >/dev/null 2>&1
 }
 public_walk_shows_subtree() {
     snmpwalk -v2c -c public -On -t 1 -r 0 127.0.0.1 $ROOT | grep -q "^\.$ROOT\."
