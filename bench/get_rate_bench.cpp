@@ -3,7 +3,7 @@
 // own sysUpTime.0. Prints both rates and their ratio.
 //
 // Usage: get_rate_bench [requests-per-object] (agent at 127.0.0.1:161,
-// community "meadow"); run by bench/run-get-rate.sh in a private host.
+// community "meadow"); run by bench/run-all in a private host.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>

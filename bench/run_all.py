@@ -24,6 +24,7 @@ import signal
 import socket
 import subprocess
 import sys
+import textwrap
 import time
 import traceback
 
@@ -280,13 +281,12 @@ def phase_reconnect(build, res, quick):
             poll(lambda: gone(old), 10)
             if master:
                 master.wait()
-            began = time.monotonic()
             master = subprocess.Popen(MASTER_CMD)
             starts.append(poll(lambda: answers(SYS_UPTIME), 20))
             gaps.append(poll(lambda: answers(*objects), 30))
+            log("reconnection: master answering %.2f s after its start, every object %.2f s "
+                "after that" % (starts[-1], gaps[-1]))
             time.sleep(2)
-            log("reconnection: master up after %.2f s, objects %.2f s later"
-                % (time.monotonic() - began - 2, gaps[-1]))
     finally:
         if master:
             master.terminate()
@@ -331,7 +331,9 @@ def step_cpu_sampler(build, res, quick):
     out = bench(build, "cpu_refresh_bench", 20 if quick else 50, 256)
     res["cpu_sampler"] = {
         "host": grab(r"this host:.*median ([\d.]+)", out),
+        "host_min": grab(r"this host:.*min ([\d.]+)", out),
         "fixture": grab(r"fixture tree:.*median ([\d.]+)", out),
+        "fixture_min": grab(r"fixture tree:.*min ([\d.]+)", out),
         "fixture_cpus": grab(r"fixture tree:\s+(\d+) processors", out)}
 
 
@@ -360,16 +362,31 @@ def step_idle(build, res, quick):
                           "rss_kib": rss_kib(p)}
 
 
+def fs_walk_windows(pid, windows=3):
+    """The file system table's walk cost in several rebuild windows: each
+    past the rebuild interval, a priming walk that rebuilds the table, then
+    walks that end before the next rebuild is due. The window with the least
+    CPU per varbind counts (the machine is shared); all are kept."""
+    costs = []
+    last = time.monotonic()
+    for _ in range(windows):
+        time.sleep(max(0, last + FS_REBUILD_INTERVAL + 1 - time.monotonic()))
+        last = time.monotonic()
+        until = last + FS_REBUILD_INTERVAL - 1.5
+        costs.append(walk_cost(FS_TABLE, pid, until=until))
+        costs[-1]["window_ok"] = time.monotonic() < until + 0.5
+    return dict(min(costs, key=lambda c: c["cpu_us"]),
+                wall_us=min(c["wall_us"] for c in costs),
+                walks=sum(c["walks"] for c in costs),
+                cpu_windows=[c["cpu_us"] for c in costs],
+                window_ok=all(c["window_ok"] for c in costs))
+
+
 def step_file_systems(build, res, quick):
     res["fs"] = {}
     for count in MOUNT_COUNTS:
         mount_tmpfs_up_to(count)
-        # Past the rebuild interval, the priming walk rebuilds the table;
-        # the measured walks end before the next rebuild is due.
-        time.sleep(FS_REBUILD_INTERVAL + 1)
-        until = time.monotonic() + FS_REBUILD_INTERVAL - 1.5
-        ours = walk_cost(FS_TABLE, daemon_pid(), until=until)
-        ours["window_ok"] = time.monotonic() < until + 0.5
+        ours = fs_walk_windows(daemon_pid(), 1 if quick else 3)
         # The master's walk grows with the square of the rows (a minute at
         # 8,000): one walk there, its cache load included.
         big = count > 2000
@@ -457,8 +474,9 @@ def rows(res):
     def refresh_row():
         f = fs[str(MOUNT_COUNTS[-1])]
         floor = f["read_ms"] + f["statvfs_ms"]
-        return ("3 fs refresh ms, %d mounts | kernel floor" % f["mounts"],
-                "%.2f" % f["refresh_ms"], "%.2f" % floor, "%.2f" % (f["refresh_ms"] / floor),
+        return ("3 fs refresh ms, %d mounts (mean) | kernel floor" % f["mounts"],
+                "%.2f (min %.2f)" % (f["refresh_ms"], f["refresh_min_ms"]), "%.2f" % floor,
+                "%.2f (min)" % (f["refresh_min_ms"] / floor),
                 "<= 10 ms", f["refresh_ms"] <= 10)
     row("3 fs refresh", refresh_row)
 
@@ -501,7 +519,8 @@ def rows(res):
         def sampler(key=key, label=label):
             c = res["cpu_sampler"]
             text = label % c["fixture_cpus"] if "%" in label else label
-            return ("7 refresh_cpuLoad_CB ms, " + text + " (median)", "%.2f" % c[key], "", "",
+            return ("7 refresh_cpuLoad_CB ms, " + text + " (median)",
+                    "%.2f (min %.2f)" % (c[key], c[key + "_min"]), "", "",
                     "<= 5 ms", c[key] <= 5)
         row("7 cpu sampler " + key, sampler)
 
@@ -545,14 +564,17 @@ def print_table(res):
     notes.append("kernel floor of a refresh: reading /proc/self/mounts whole plus one statvfs "
                  "per mount point, best of 10, by bench/mount_floor_bench")
     notes.append("fs CPU per varbind: the daemon's utime+stime over walks that all end within "
-                 "one %d s rebuild interval of a priming walk, so no rebuild is included; the "
-                 "rebuild's own cost is the refresh row" % FS_REBUILD_INTERVAL)
+                 "one %d s rebuild interval of a priming walk, so no rebuild is included (the "
+                 "rebuild's own cost is the refresh row); the least of the windows counts"
+                 % FS_REBUILD_INTERVAL)
     for count, f in sorted(res.get("fs", {}).items(), key=lambda kv: int(kv[0])):
-        notes.append("%s tmpfs: %d mounts listed, %d varbinds per walk, %d measured walks%s; "
+        notes.append("%s tmpfs: %d mounts listed, %d varbinds per walk, %d measured walks, CPU "
+                     "us/varbind by window %s%s; "
                      "refresh mean %.2f ms (min %.2f); kernel floor %.2f ms read + %.2f ms "
                      "statvfs" % (count, f["mounts"], f["ours"]["varbinds"], f["ours"]["walks"],
+                                  " ".join("%.1f" % c for c in f["ours"]["cpu_windows"]),
                                   "" if f["ours"]["window_ok"] else
-                                  " (the last one overran the interval: a rebuild may be in)",
+                                  " (a walk overran its window: a rebuild may be in)",
                                   f["refresh_ms"], f["refresh_min_ms"], f["read_ms"],
                                   f["statvfs_ms"]))
     loaded = res.get("telnet_loaded")
@@ -560,13 +582,13 @@ def print_table(res):
         notes.append("loaded telnet run: /proc/net/tcp held %d lines; 90th percentiles %.2f | "
                      "%.2f ms" % (loaded["tcp_lines"], loaded["telnet_p90"],
                                   loaded["ostype_p90"]))
-    print()
-    for n in notes:
-        print("note: " + n)
     if any(r[5] == "FAILED" for r in body):
         notes.append("FAILED rows: their step failed; the sessions' output is in " + res["_log"])
+    print()
+    for n in notes:
+        print(textwrap.fill("note: " + n, width=100, subsequent_indent="      "))
     missed = [r[0] for r in body if r[5] in ("MISSED", "FAILED")]
-    print("goals missed: %s" % (", ".join(missed) if missed else "none"))
+    print("goals missed or not measured: %s" % (", ".join(missed) if missed else "none"))
 
 
 def main(argv):

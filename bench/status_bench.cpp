@@ -5,7 +5,8 @@
 // array) against vorHoCodeServer.0 and the master's sysUpTime.0.
 //
 // Usage: status_bench [rebuilds] [requests-per-object] (agent at
-// 127.0.0.1:161, community "meadow"); run by bench/run-status.sh.
+// 127.0.0.1:161, community "meadow", a sibling MIB served by the master
+// through a pass script); run by bench/run-all.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
