@@ -548,7 +548,7 @@ def print_table(res):
     print("temhostd benchmarks, %s: figures from ONE run on a shared machine (%d processors);"
           % (time.strftime("%Y-%m-%d %H:%M"), os.cpu_count()))
     print("compare ratios rather than absolute times. Walks are GETBULK (snmpbulkwalk), best of"
-          " the measured walks.")
+          " the measured walks;\nrow 1 is the best of 10 alternating rounds of each object.")
     print(line % header)
     print(line % tuple("-" * w for w in widths))
     for r in body:

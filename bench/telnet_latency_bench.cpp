@@ -12,25 +12,16 @@
 #include <cstdlib>
 #include <vector>
 
-#include "interface/net_snmp.h"
+#include "agent_client.h"
 #include "mib-extns/object_map.h"
 
 using Clock = std::chrono::steady_clock;
 
 // Milliseconds one GET took, or a negative number when it failed.
 static double get_ms(netsnmp_session *ss, const oid *name, size_t len) {
-    netsnmp_pdu *pdu = snmp_pdu_create(SNMP_MSG_GET);
-    snmp_add_null_var(pdu, name, len);
-    netsnmp_pdu *response = nullptr;
     const auto start = Clock::now();
-    const int status = snmp_synch_response(ss, pdu, &response);
+    const bool ok = get_answered(ss, name, len);
     const double ms = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-    const bool ok = status == STAT_SUCCESS && response && response->errstat == SNMP_ERR_NOERROR &&
-                    response->variables && response->variables->type != SNMP_NOSUCHOBJECT &&
-                    response->variables->type != SNMP_NOSUCHINSTANCE;
-    if (response) {
-        snmp_free_pdu(response);
-    }
     return ok ? ms : -1;
 }
 
@@ -47,15 +38,8 @@ int main(int argc, char **argv) {
     }
     setenv("MIBS", "", 1);
     init_snmp("telnet_latency_bench");
-    netsnmp_session session;
-    snmp_sess_init(&session);
-    session.version = SNMP_VERSION_2c;
-    session.peername = const_cast<char *>("127.0.0.1");
-    session.community = reinterpret_cast<u_char *>(const_cast<char *>("meadow"));
-    session.community_len = 6;
-    netsnmp_session *ss = snmp_open(&session);
+    netsnmp_session *ss = open_agent_session();
     if (!ss) {
-        snmp_perror("snmp_open");
         return 1;
     }
     std::vector<double> telnet, ostype;
