@@ -5,7 +5,8 @@
 // array) against vorHoCodeServer.0 and the master's sysUpTime.0.
 //
 // Usage: status_bench [rebuilds] [requests-per-object] (agent at
-// 127.0.0.1:161, community "meadow"); run by bench/run-status.sh.
+// 127.0.0.1:161, community "meadow", a sibling MIB served by the master
+// through a pass script); run by bench/run-all.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -14,10 +15,9 @@
 
 #include "interface/KyOrblHostSysStatus_interface.h"
 #include "interface/KyOrblNetSnmp_helpers.h"
+#include "agent_client.h"
 #include "interface/net_snmp.h"
 #include "mib-extns/object_map.h"
-
-static const oid sysUpTime_oid[] = {1, 3, 6, 1, 2, 1, 1, 3, 0};
 
 using Clock = std::chrono::steady_clock;
 
@@ -46,27 +46,6 @@ static double master_only_round(void) {
         }
     }
     return ms_since(start);
-}
-
-// GETs per second of one object from one session; negative when a GET failed.
-static double rate(netsnmp_session *ss, const oid *name, size_t len, int count) {
-    auto start = Clock::now();
-    for (int i = 0; i < count; ++i) {
-        netsnmp_pdu *pdu = snmp_pdu_create(SNMP_MSG_GET);
-        snmp_add_null_var(pdu, name, len);
-        netsnmp_pdu *response = nullptr;
-        int status = snmp_synch_response(ss, pdu, &response);
-        bool ok = status == STAT_SUCCESS && response && response->errstat == SNMP_ERR_NOERROR &&
-                  response->variables && response->variables->type != SNMP_NOSUCHOBJECT &&
-                  response->variables->type != SNMP_NOSUCHINSTANCE;
-        if (response) {
-            snmp_free_pdu(response);
-        }
-        if (!ok) {
-            return -1;
-        }
-    }
-    return count / (ms_since(start) / 1000.0);
 }
 
 int main(int argc, char **argv) {
@@ -104,22 +83,16 @@ int main(int argc, char **argv) {
         return 1;
     }
 
-    netsnmp_session session;
-    snmp_sess_init(&session);
-    session.version = SNMP_VERSION_2c;
-    session.peername = const_cast<char *>("127.0.0.1");
-    session.community = reinterpret_cast<u_char *>(const_cast<char *>("meadow"));
-    session.community_len = 6;
-    netsnmp_session *ss = snmp_open(&session);
+    netsnmp_session *ss = open_agent_session();
     if (!ss) {
-        snmp_perror("snmp_open");
         return 1;
     }
-    rate(ss, vorHoCodeServer_oid, OID_LENGTH(vorHoCodeServer_oid), 50);
-    const double master_rate = rate(ss, sysUpTime_oid, OID_LENGTH(sysUpTime_oid), count);
-    const double code_rate = rate(ss, vorHoCodeServer_oid, OID_LENGTH(vorHoCodeServer_oid), count);
+    get_rate(ss, vorHoCodeServer_oid, OID_LENGTH(vorHoCodeServer_oid), 50);
+    const double master_rate = get_rate(ss, sysUpTime_oid, OID_LENGTH(sysUpTime_oid), count);
+    const double code_rate =
+        get_rate(ss, vorHoCodeServer_oid, OID_LENGTH(vorHoCodeServer_oid), count);
     const double port_rate =
-        rate(ss, vorHoWebMgmtPort_oid, OID_LENGTH(vorHoWebMgmtPort_oid), count);
+        get_rate(ss, vorHoWebMgmtPort_oid, OID_LENGTH(vorHoWebMgmtPort_oid), count);
     snmp_close(ss);
     if (master_rate < 0 || code_rate < 0 || port_rate < 0) {
         fprintf(stderr, "a GET failed: is the master running with temhostd attached?\n");
