@@ -624,9 +624,9 @@ def main(argv):
                    res["_path"], str(progress_fd)] + (["--quick"] if quick else [])
             session_log.write("=== session %s\n" % phase)
             session_log.flush()
-            # The reconnect session ends with a master that with-agents.sh did
-            # not start, so its stop finds its own master gone and fails: the
-            # phase's own mark tells whether the figures are complete.
+            # The reconnect session replaces the master that with-agents.sh
+            # started (and stops its own): the phase's own mark, not the
+            # session's status, tells whether the figures are complete.
             subprocess.run(cmd, stdout=session_log, stderr=subprocess.STDOUT,
                            pass_fds=[progress_fd])
             with open(res["_path"]) as f:

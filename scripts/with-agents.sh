@@ -32,7 +32,7 @@ mv /etc/snmp/snmpd.conf.new /etc/snmp/snmpd.conf
 master=$!
 daemon=
 # The daemon stops before its master, so it never sees the master vanish.
-trap 'if [ -n "$daemon" ]; then kill -TERM $daemon; wait $daemon || true; fi; kill -TERM $master; wait' EXIT
+trap 'if [ -n "$daemon" ]; then kill -TERM $daemon; wait $daemon || true; fi; kill -TERM $master 2>/dev/null || true; wait' EXIT
 wait_until answers 1.3.6.1.2.1.1.3.0 || { echo "the master agent did not start" >&2; exit 1; }
 
 "$build/bin/temhostd" &
