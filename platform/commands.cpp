@@ -16,6 +16,20 @@ struct CommandPath {
     std::string path;
 };
 
+// The path as one shell word: the callers hand it to popen, and the
+// install directory may hold blanks or other characters the shell reads.
+std::string shell_quoted(const std::string &path) {
+    std::string quoted = "'";
+    for (char c : path) {
+        if (c == '\'') {
+            quoted += "'\\''";
+        } else {
+            quoted += c;
+        }
+    }
+    return quoted + "'";
+}
+
 // Without memory for the path, "false" runs instead and prints nothing:
 // the callers then read "not online", "no listing".
 const char *stand_in(CommandPath &cache, const char *name) {
@@ -23,7 +37,7 @@ const char *stand_in(CommandPath &cache, const char *name) {
         const std::string &dir = command_dir();
         if (cache.path.empty() || cache.dir != dir) {
             cache.dir = dir;
-            cache.path = dir + "/" + name;
+            cache.path = shell_quoted(dir + "/" + name);
         }
         return cache.path.c_str();
     });

@@ -1,6 +1,8 @@
 // The system commands the providers run through popen. On Solaris these are
 // the native tools; on Linux the first four are our stand-ins, which print
-// the same formats from Linux sources. ps -aef is native on both.
+// the same formats from Linux sources. ps -aef is native on both. Each is
+// given as the shell must be given it: a stand-in's path is quoted, since the
+// directory it is installed in may hold blanks.
 #pragma once
 
 namespace platform {

@@ -19,7 +19,7 @@ for mib in "$@"; do
     out=$(SMIPATH="$base:$dir" smilint -c /dev/null -l 6 -m "$mib" 2>&1)
     rejected=$(printf '%s\n' "$out" | while IFS= read -r line; do
         [ -n "$line" ] || continue
-        tag=$(printf '%s\n' "$line" | sed -n 's/^[^ ]*: {\([a-z0-9-]*\)} warning: .*/\1/p')
+        tag=$(printf '%s\n' "$line" | sed -n 's/^.*: {\([a-z0-9-]*\)} warning: .*/\1/p')
         if [ -n "$tag" ] && printf '%s\n' "$accepted" | grep -qx -- "$tag"; then
             continue
         fi
