@@ -11,11 +11,13 @@
 #include "platform/host_paths.h"
 
 // A scratch directory, removed with its contents; it serves as the command
-// directory (and the host root, when asked) until it goes.
+// directory (and the host root, when asked) until it goes. Its name holds a
+// blank and a quote, as an install directory may: the commands run through
+// the shell must still be found.
 struct ScratchDir {
     std::string path;
     ScratchDir(bool host_root = false) {
-        char dir[] = "/tmp/temhostd-unit-XXXXXX";
+        char dir[] = "/tmp/temhostd unit's-XXXXXX";
         path = mkdtemp(dir) ? dir : "/nonexistent";
         platform::set_command_dir(path);
         if (host_root)
