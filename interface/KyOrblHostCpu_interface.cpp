@@ -6,10 +6,10 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <vector>
 
 #include "interface/KyOrblKstat_routines.h"
 #include "interface/debug.h"
+#include "interface/row_index.h"
 #include "platform/commands.h"
 #include "platform/popen_stream.h"
 
@@ -36,12 +36,10 @@ void set_cpu_clock(time_t (*clock)(void)) {
     s_clock = clock ? clock : system_clock;
 }
 
+static RowIndex<vorHostOs_Cpu_Util_t> s_rows;
+
 // Processors that the last psrinfo listing showed "on-line", one flag per
 // processor number below s_online_count.
-// Every record by its processor number (the list holds 0..g_numCpu-1 in
-// order), so a lookup or a resumed walk does not pass the rows before it.
-static std::vector<vorHostOs_Cpu_Util_t *> s_rows;
-
 static std::unique_ptr<unsigned char[]> s_online;
 static int s_online_count = 0;
 
@@ -80,17 +78,10 @@ int HostOsCpuEntry_new(int instance) {
     }
     node->vorCpu.index = instance;
     reset_cpu_info_list(node);
-    try {
-        s_rows.push_back(node);
-    } catch (const std::bad_alloc &) {
+    if (!s_rows.append(CpuUtilList, node)) {
         delete node;
         snmp_log(LOG_ERR, "Orbeline Host Agent:-new cpu entry  Failed calloc \n");
         return 0;
-    }
-    if (s_rows.size() > 1) {
-        s_rows[s_rows.size() - 2]->next = node;
-    } else {
-        CpuUtilList = node;
     }
     return 1;
 }
@@ -341,12 +332,13 @@ int compute_avg(int index, unsigned int value, unsigned int *avg, avg_t *hdr) {
 }
 
 vorHostOs_Cpu_Util_t *find_cpu_inst(int instance) {
-    return instance >= 0 && static_cast<size_t>(instance) < s_rows.size() ? s_rows[instance]
-                                                                          : nullptr;
+    vorHostOs_Cpu_Util_t *row =
+        instance >= 0 ? cpu_row_from(static_cast<unsigned long>(instance)) : nullptr;
+    return row && row->vorCpu.index == instance ? row : nullptr;
 }
 
 vorHostOs_Cpu_Util_t *cpu_row_from(unsigned long index) {
-    return index < s_rows.size() ? s_rows[index] : nullptr;
+    return s_rows.from(index, [](const vorHostOs_Cpu_Util_t *row) { return row->vorCpu.index; });
 }
 
 int ReadCpuStatVal(int cpu_id, int val_Type, void *cpustat_val) {

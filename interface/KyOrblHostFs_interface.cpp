@@ -4,9 +4,9 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <vector>
 
 #include "interface/debug.h"
+#include "interface/row_index.h"
 #include "platform/mnttab.h"
 
 #define FS_TOKEN "vorOrblFSinterface"
@@ -20,11 +20,7 @@ const char *const exclude_fstypes[7] = {"autofs", "ctfs",  "proc", "mntfs",
 // Index most recently assigned; -1 while the list is empty.
 static int s_current_index = -1;
 
-// Beside the list: its last node, so appending is constant time, and every
-// node by its index (indexes run from 0 without gaps), so a walk can resume
-// at any row without passing the ones before it.
-static vorHost_fs_usage_t *s_tail = nullptr;
-static std::vector<vorHost_fs_usage_t *> s_rows;
+static RowIndex<vorHost_fs_usage_t> s_rows;
 
 // Whole MB held by count blocks of size bytes. Exact integer arithmetic
 // gives the same truncated figure as a double division for every 32-bit
@@ -164,21 +160,14 @@ int add_to_container(fs_usage *pfsp) {
         VOR_DEBUG(FS_TOKEN, "add_to_container: calloc failed\n");
         return 0;
     }
-    try {
-        s_rows.push_back(node.get());
-    } catch (const std::bad_alloc &) {
+    node->pFsUsage = pfsp;
+    node->next = nullptr;
+    if (!s_rows.append(FileSysUsageList, node.get())) {
         VOR_DEBUG(FS_TOKEN, "add_to_container: calloc failed\n");
         return 0;
     }
-    node->pFsUsage = pfsp;
+    node.release(); // the list owns it now
     pfsp->index = ++s_current_index;
-    node->next = nullptr;
-    if (s_tail) {
-        s_tail->next = node.get();
-    } else {
-        FileSysUsageList = node.get();
-    }
-    s_tail = node.release();
     return 1;
 }
 
@@ -191,13 +180,12 @@ void erase_fs_container(void) {
         node = next;
     }
     FileSysUsageList = nullptr;
-    s_tail = nullptr;
     s_rows.clear();
     s_current_index = -1;
 }
 
 vorHost_fs_usage_t *fs_row_from(unsigned long index) {
-    return index < s_rows.size() ? s_rows[index] : nullptr;
+    return s_rows.from(index, [](const vorHost_fs_usage_t *row) { return row->pFsUsage->index; });
 }
 
 static void put_int32(void *dest, int32_t value) {

@@ -1,15 +1,14 @@
 #include "interface/vorHoSwVer_interface.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
-#include <vector>
 
 #include "interface/debug.h"
+#include "interface/row_index.h"
 #include "platform/commands.h"
 #include "platform/popen_stream.h"
 
@@ -170,17 +169,11 @@ void RecalculateNextIndex(void) {
     ++g_NextIndex;
 }
 
-// Beside the list, its nodes in order (indexes ascending, a gap where a
-// node could not be allocated): appending is constant time and a walk can
-// resume at any row without passing the ones before it.
-static std::vector<vorHo_Swver_t *> s_rows;
+// Indexes ascend, with a gap where a node could not be allocated.
+static RowIndex<vorHo_Swver_t> s_rows;
 
 vorHo_Swver_t *swver_row_from(unsigned long index) {
-    const auto at = std::lower_bound(
-        s_rows.begin(), s_rows.end(), index, [](const vorHo_Swver_t *row, unsigned long i) {
-            return static_cast<unsigned long>(row->vorSwverEntry->index) < i;
-        });
-    return at == s_rows.end() ? nullptr : *at;
+    return s_rows.from(index, [](const vorHo_Swver_t *row) { return row->vorSwverEntry->index; });
 }
 
 int HostOsSwEntry_new(swver_t *pSwVerEntry) {
@@ -194,17 +187,10 @@ int HostOsSwEntry_new(swver_t *pSwVerEntry) {
     }
     node->vorSwverEntry = pSwVerEntry;
     node->next = nullptr;
-    try {
-        s_rows.push_back(node);
-    } catch (const std::bad_alloc &) {
+    if (!s_rows.append(swVerList, node)) {
         delete node;
         VOR_DEBUG(SWVER_TOKEN, "HostOsSwEntry_new: calloc failed\n");
         return 0;
-    }
-    if (s_rows.size() > 1) {
-        s_rows[s_rows.size() - 2]->next = node;
-    } else {
-        swVerList = node;
     }
     return 1;
 }
