@@ -56,6 +56,14 @@ int note_walk_start(netsnmp_mib_handler *handler, netsnmp_handler_registration *
 
 } // namespace
 
+netsnmp_variable_list *hand_out_row(void *node, int32_t index, void **my_loop_context,
+                                    void **my_data_context, netsnmp_variable_list *put_index_data) {
+    *my_loop_context = node;
+    *my_data_context = node;
+    snmp_set_var_value(put_index_data, &index, sizeof(index));
+    return put_index_data;
+}
+
 oid table_walk_start(netsnmp_iterator_info *iinfo) {
     auto *start = static_cast<WalkStart *>(iinfo ? iinfo->myvoid : nullptr);
     if (!start) {

@@ -2,6 +2,7 @@
 // registered, the handler shapes by request mode, and debug output.
 #pragma once
 
+#include <cstdint>
 #include <ctime>
 
 #include "interface/debug.h"
@@ -34,6 +35,11 @@ struct TableIteratorSpec {
     const char *registering; // message written just before registration
 };
 bool register_table_iterator(const TableIteratorSpec &table);
+
+// The row hand-out shared by a table's first- and next-row callbacks: the
+// node becomes both contexts and its integer index the row's index value.
+netsnmp_variable_list *hand_out_row(void *node, int32_t index, void **my_loop_context,
+                                    void **my_data_context, netsnmp_variable_list *put_index_data);
 
 // For a table's first-row callback: the lowest row index the requests of
 // this message name (0 when one names none), so the walk can begin at the

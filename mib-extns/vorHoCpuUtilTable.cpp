@@ -32,14 +32,11 @@ void initialize_table_vorHoCpuUtilTable(void) {
     }
 }
 
-static netsnmp_variable_list *hand_out_row(vorHostOs_Cpu_Util_t *node, void **my_loop_context,
-                                           void **my_data_context,
-                                           netsnmp_variable_list *put_index_data) {
-    *my_loop_context = node;
-    *my_data_context = node;
-    const int32_t index = node->vorCpu.index;
-    snmp_set_var_value(put_index_data, &index, sizeof(index));
-    return put_index_data;
+// The row's own index goes with the node.
+static netsnmp_variable_list *hand_out(vorHostOs_Cpu_Util_t *node, void **my_loop_context,
+                                       void **my_data_context,
+                                       netsnmp_variable_list *put_index_data) {
+    return hand_out_row(node, node->vorCpu.index, my_loop_context, my_data_context, put_index_data);
 }
 
 netsnmp_variable_list *vorHoCpuUtilTable_get_first_data_point(void **my_loop_context,
@@ -56,7 +53,7 @@ netsnmp_variable_list *vorHoCpuUtilTable_get_first_data_point(void **my_loop_con
         return nullptr;
     }
     VOR_DEBUG(CPU_FIRST_TOKEN, "Returned index \n");
-    return hand_out_row(first, my_loop_context, my_data_context, put_index_data);
+    return hand_out(first, my_loop_context, my_data_context, put_index_data);
 }
 
 netsnmp_variable_list *vorHoCpuUtilTable_get_next_data_point(void **my_loop_context,
@@ -72,7 +69,7 @@ netsnmp_variable_list *vorHoCpuUtilTable_get_next_data_point(void **my_loop_cont
         VOR_DEBUG(CPU_NEXT_TOKEN, "Returned null index as empty table\n");
         return nullptr;
     }
-    return hand_out_row(current->next, my_loop_context, my_data_context, put_index_data);
+    return hand_out(current->next, my_loop_context, my_data_context, put_index_data);
 }
 
 static void serve_column(netsnmp_request_info *request, unsigned int column,

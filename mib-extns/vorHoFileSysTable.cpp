@@ -31,14 +31,12 @@ void initialize_table_vorHoFileSysTable(void) {
     register_table_iterator(table); // a failed allocation leaves the table unserved
 }
 
-static netsnmp_variable_list *hand_out_row(vorHost_fs_usage_t *node, void **my_loop_context,
-                                           void **my_data_context,
-                                           netsnmp_variable_list *put_index_data) {
-    *my_loop_context = node;
-    *my_data_context = node;
-    const int32_t index = node->pFsUsage->index;
-    snmp_set_var_value(put_index_data, &index, sizeof(index));
-    return put_index_data;
+// The row's own index goes with the node.
+static netsnmp_variable_list *hand_out(vorHost_fs_usage_t *node, void **my_loop_context,
+                                       void **my_data_context,
+                                       netsnmp_variable_list *put_index_data) {
+    return hand_out_row(node, node->pFsUsage->index, my_loop_context, my_data_context,
+                        put_index_data);
 }
 
 netsnmp_variable_list *vorHoFileSysTable_get_first_data_point(void **my_loop_context,
@@ -61,7 +59,7 @@ netsnmp_variable_list *vorHoFileSysTable_get_first_data_point(void **my_loop_con
     if (!first) {
         return nullptr;
     }
-    return hand_out_row(first, my_loop_context, my_data_context, put_index_data);
+    return hand_out(first, my_loop_context, my_data_context, put_index_data);
 }
 
 netsnmp_variable_list *vorHoFileSysTable_get_next_data_point(void **my_loop_context,
@@ -72,7 +70,7 @@ netsnmp_variable_list *vorHoFileSysTable_get_next_data_point(void **my_loop_cont
     if (!current || !current->next) {
         return nullptr;
     }
-    return hand_out_row(current->next, my_loop_context, my_data_context, put_index_data);
+    return hand_out(current->next, my_loop_context, my_data_context, put_index_data);
 }
 
 static void serve_column(netsnmp_request_info *request, unsigned int column, const fs_usage *fsp) {

@@ -32,14 +32,12 @@ void initialize_table_vorHoSwVerTable(void) {
     register_table_iterator(table); // a failed allocation leaves the table unserved
 }
 
-static netsnmp_variable_list *hand_out_row(vorHo_Swver_t *node, void **my_loop_context,
-                                           void **my_data_context,
-                                           netsnmp_variable_list *put_index_data) {
-    *my_loop_context = node;
-    *my_data_context = node;
-    const int32_t index = node->vorSwverEntry->index;
-    snmp_set_var_value(put_index_data, &index, sizeof(index));
-    return put_index_data;
+// The row's own index goes with the node.
+static netsnmp_variable_list *hand_out(vorHo_Swver_t *node, void **my_loop_context,
+                                       void **my_data_context,
+                                       netsnmp_variable_list *put_index_data) {
+    return hand_out_row(node, node->vorSwverEntry->index, my_loop_context, my_data_context,
+                        put_index_data);
 }
 
 netsnmp_variable_list *vorHoSwVerTable_get_first_data_point(void **my_loop_context,
@@ -60,7 +58,7 @@ netsnmp_variable_list *vorHoSwVerTable_get_first_data_point(void **my_loop_conte
     if (!first) {
         return nullptr;
     }
-    return hand_out_row(first, my_loop_context, my_data_context, put_index_data);
+    return hand_out(first, my_loop_context, my_data_context, put_index_data);
 }
 
 netsnmp_variable_list *vorHoSwVerTable_get_next_data_point(void **my_loop_context,
@@ -71,7 +69,7 @@ netsnmp_variable_list *vorHoSwVerTable_get_next_data_point(void **my_loop_contex
     if (!current || !current->next) {
         return nullptr;
     }
-    return hand_out_row(current->next, my_loop_context, my_data_context, put_index_data);
+    return hand_out(current->next, my_loop_context, my_data_context, put_index_data);
 }
 
 static void serve_column(netsnmp_request_info *request, unsigned int column, int index) {
