@@ -33,7 +33,38 @@ namespace {
 // the table's first-row callback (through the iterator's myvoid).
 struct WalkStart {
     oid index;
+    void (*before_walk)(void);
+    // The message last seen, so that a GETBULK's repetitions, which run the
+    // handlers again within one message, rebuild nothing in between.
+    const void *session;
+    long reqid;
+    long transid;
 };
+
+// True once per message, for the modes in which the iterator walks rows.
+bool first_walk_of_message(WalkStart *start, const netsnmp_agent_request_info *reqinfo) {
+    switch (reqinfo->mode) {
+    case MODE_GET:
+    case MODE_GETNEXT:
+    case MODE_GETBULK:
+    case MODE_SET_RESERVE1:
+        break;
+    default:
+        return false;
+    }
+    const netsnmp_pdu *pdu = reqinfo->asp ? reqinfo->asp->pdu : nullptr;
+    if (!pdu) {
+        return true; // no message to tell apart: every call is one
+    }
+    if (start->session == reqinfo->asp && start->reqid == pdu->reqid &&
+        start->transid == pdu->transid) {
+        return false;
+    }
+    start->session = reqinfo->asp;
+    start->reqid = pdu->reqid;
+    start->transid = pdu->transid;
+    return true;
+}
 
 // Runs between the table helper, which has parsed each request's index,
 // and the iterator, whose first-row callback then starts at that index
@@ -41,6 +72,12 @@ struct WalkStart {
 int note_walk_start(netsnmp_mib_handler *handler, netsnmp_handler_registration *reginfo,
                     netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
     auto *start = static_cast<WalkStart *>(handler->myvoid);
+    // Rebuilt here, before the iterator runs, never between its passes: a
+    // request answered in the first pass keeps its row until the handler
+    // has served it.
+    if (start->before_walk && first_walk_of_message(start, reqinfo)) {
+        start->before_walk();
+    }
     oid lowest = ~static_cast<oid>(0);
     for (netsnmp_request_info *r = requests; r; r = r->next) {
         if (r->processed) {
@@ -106,6 +143,7 @@ bool register_table_iterator(const TableIteratorSpec &table) {
     // at the first row past a GETNEXT's index instead of trying them all.
     iinfo->flags |= NETSNMP_ITERATOR_FLAG_SORTED;
     iinfo->myvoid = start;
+    start->before_walk = table.before_walk;
     start_handler->myvoid = start;
     start_handler->data_free = free;
     VOR_DEBUG(table.debug_token, "%s", table.registering);
@@ -165,6 +203,16 @@ int check_integer_range(netsnmp_agent_request_info *reqinfo, netsnmp_request_inf
         return refuse_request(reqinfo, request, SNMP_ERR_BADVALUE);
     }
     return SNMP_ERR_NOERROR;
+}
+
+static time_t (*s_table_clock)(void) = nullptr;
+
+time_t table_clock_now(void) {
+    return s_table_clock ? s_table_clock() : time(nullptr);
+}
+
+void set_table_clock(time_t (*now)(void)) {
+    s_table_clock = now;
 }
 
 bool on_demand_rebuild_due(time_t *prev_req_time, time_t cur_time, int min_interval) {

@@ -33,6 +33,10 @@ struct TableIteratorSpec {
     Netsnmp_Next_Data_Point *get_next;
     const char *debug_token; // token of the registering message
     const char *registering; // message written just before registration
+    // Runs once per message, before the iterator's first pass (null: none):
+    // the place for an on-demand rebuild, which must not free rows the
+    // iterator or the handler still hold later in the same message.
+    void (*before_walk)(void);
 };
 bool register_table_iterator(const TableIteratorSpec &table);
 
@@ -143,6 +147,11 @@ int check_integer_range(netsnmp_agent_request_info *reqinfo, netsnmp_request_inf
 // (set by hand, for example) rebuilds at once rather than freezing the
 // table until it catches up. Records cur_time as the rebuild time when due.
 bool on_demand_rebuild_due(time_t *prev_req_time, time_t cur_time, int min_interval);
+
+// The clock of that rule: time(nullptr) unless a test sets another (null
+// puts it back).
+time_t table_clock_now(void);
+void set_table_clock(time_t (*now)(void));
 
 // RESERVE1 check of a text object: OCTET STRING (else wrongType) of at most
 // max_len octets (else wrongLength). Logs under token on refusal.

@@ -7,10 +7,22 @@
 
 #define FS_TABLE_TOKEN "vorHoFileSysTable:initialize_table_vorHoFileSysTable"
 
-// Pacing of the on-demand rebuild, used only by the first-row callback;
-// prev_req_time is 0 until the first on-demand rebuild.
+// Pacing of the on-demand rebuild; prev_req_time is 0 until the first
+// on-demand rebuild.
 static time_t cur_time = 0;
 static time_t prev_req_time = 0;
+
+// With the timed refresh off, a walk brings the list up to date itself, at
+// most every 10 seconds: each GETNEXT of a walk is a message of its
+// own and must see the same rows.
+static void rebuild_if_due(void) {
+    if (g_osCommonPollFrequency == 0) {
+        cur_time = table_clock_now();
+        if (on_demand_rebuild_due(&prev_req_time, cur_time, FS_ON_DEMAND_MIN_INTERVAL)) {
+            refresh_flist_CB();
+        }
+    }
+}
 
 void init_vorHoFileSysTable(void) {
     initialize_table_vorHoFileSysTable();
@@ -28,6 +40,7 @@ void initialize_table_vorHoFileSysTable(void) {
     table.get_next = vorHoFileSysTable_get_next_data_point;
     table.debug_token = FS_TABLE_TOKEN;
     table.registering = "Registering table vorHoFileSysTable as a table iterator\n";
+    table.before_walk = rebuild_if_due;
     register_table_iterator(table); // a failed allocation leaves the table unserved
 }
 
@@ -43,16 +56,6 @@ netsnmp_variable_list *vorHoFileSysTable_get_first_data_point(void **my_loop_con
                                                               void **my_data_context,
                                                               netsnmp_variable_list *put_index_data,
                                                               netsnmp_iterator_info *mydata) {
-    // With the timed refresh off, a walk brings the list up to date itself,
-    // but no more often than every 10 seconds so that the repeated first-row
-    // calls of one walk (one per GETNEXT) see the same rows. The rebuild
-    // happens before any node is handed out.
-    if (g_osCommonPollFrequency == 0) {
-        cur_time = time(nullptr);
-        if (on_demand_rebuild_due(&prev_req_time, cur_time, FS_ON_DEMAND_MIN_INTERVAL)) {
-            refresh_flist_CB();
-        }
-    }
     // A walk resumes at the row it left off, not at the head: the cost of
     // a request does not grow with the number of rows.
     vorHost_fs_usage_t *first = fs_row_from(table_walk_start(mydata));

@@ -9,10 +9,22 @@
 
 #define SWVER_TABLE_TOKEN "vorHoSwVerTable:initialize_table_vorHoSwVerTable"
 
-// Pacing of the on-demand rebuild, used only by the first-row callback;
-// prev_req_time is 0 until the first on-demand rebuild.
+// Pacing of the on-demand rebuild; prev_req_time is 0 until the first
+// on-demand rebuild.
 static time_t cur_time = 0;
 static time_t prev_req_time = 0;
+
+// With the timed refresh off, a walk brings the inventory up to date itself, at
+// most every 15 seconds: each GETNEXT of a walk is a message of its
+// own and must see the same rows.
+static void rebuild_if_due(void) {
+    if (g_osCommonPollFrequency == 0) {
+        cur_time = table_clock_now();
+        if (on_demand_rebuild_due(&prev_req_time, cur_time, SWVER_ON_DEMAND_MIN_INTERVAL)) {
+            refresh_SwverLoad_CB();
+        }
+    }
+}
 
 void init_vorHoSwVerTable(void) {
     initialize_table_vorHoSwVerTable();
@@ -29,6 +41,7 @@ void initialize_table_vorHoSwVerTable(void) {
     table.get_next = vorHoSwVerTable_get_next_data_point;
     table.debug_token = SWVER_TABLE_TOKEN;
     table.registering = "Registering table vorHoSwVerTable as a table iterator\n";
+    table.before_walk = rebuild_if_due;
     register_table_iterator(table); // a failed allocation leaves the table unserved
 }
 
@@ -44,15 +57,6 @@ netsnmp_variable_list *vorHoSwVerTable_get_first_data_point(void **my_loop_conte
                                                             void **my_data_context,
                                                             netsnmp_variable_list *put_index_data,
                                                             netsnmp_iterator_info *mydata) {
-    // With the timed refresh off, a walk brings the inventory up to date
-    // itself, at most every 15 seconds: each GETNEXT of a walk starts here
-    // again and must see the same rows, and a rebuild runs many commands.
-    if (g_osCommonPollFrequency == 0) {
-        cur_time = time(nullptr);
-        if (on_demand_rebuild_due(&prev_req_time, cur_time, SWVER_ON_DEMAND_MIN_INTERVAL)) {
-            refresh_SwverLoad_CB();
-        }
-    }
     // The walk resumes at the row it asks for, not at the head.
     vorHo_Swver_t *first = swver_row_from(table_walk_start(mydata));
     if (!first) {

@@ -1,9 +1,13 @@
 #include <gtest/gtest.h>
 
+#include "interface/KyOrblHostFs_interface.h"
+#include "interface/vorHoSwVer_interface.h"
 #include "mib-extns/mib_registration.h"
+#include "mib-extns/object_map.h"
 #include "mib-extns/vorHoFileSysTable.h"
 #include "mib-extns/vorHoSwVerTable.h"
 #include "mib-extns/vorMeMibGroup.h"
+#include "unit_helpers.h"
 
 namespace {
 
@@ -25,6 +29,88 @@ TEST(OnDemandPacing, FirstWalkAlwaysThenAtMostOncePerIntervalFromTheLastRebuild)
     // the clock going back rebuilds and restarts the pacing
     EXPECT_EQ(rebuilds({t, t - 3600, t - 3595, t - 3590}, 10),
               (std::vector<bool>{true, true, false, true}));
+}
+
+// The rows of the nth rebuild come from source(n); the clock moves past
+// any pacing at each reading, and switches the source as it does.
+void (*s_source)(int) = nullptr;
+int s_readings = 0;
+time_t stepping_clock() {
+    s_source(s_readings);
+    return 1700000000 + 100 * s_readings++;
+}
+
+// Sends one GETNEXT through the table's registered handler chain and
+// returns the text answers.
+std::vector<std::string> getnext(const oid *table, size_t len,
+                                 const std::vector<std::vector<oid>> &names) {
+    netsnmp_subtree *tree = netsnmp_subtree_find(table, len, nullptr, "");
+    if (!tree) {
+        return {"not registered"};
+    }
+    netsnmp_agent_request_info reqinfo{};
+    reqinfo.mode = MODE_GETNEXT;
+    std::vector<netsnmp_request_info> requests(names.size());
+    netsnmp_variable_list *vars = nullptr;
+    for (const auto &name : names) {
+        std::vector<oid> full(table, table + len);
+        full.insert(full.end(), name.begin(), name.end());
+        snmp_varlist_add_variable(&vars, full.data(), full.size(), ASN_NULL, nullptr, 0);
+    }
+    netsnmp_variable_list *var = vars;
+    for (size_t i = 0; i < requests.size(); ++i, var = var->next_variable) {
+        requests[i].requestvb = var;
+        requests[i].agent_req_info = &reqinfo;
+        requests[i].next = i + 1 < requests.size() ? &requests[i + 1] : nullptr;
+        requests[i].prev = i ? &requests[i - 1] : nullptr;
+    }
+    netsnmp_call_handlers(tree->reginfo, &reqinfo, requests.data());
+    std::vector<std::string> texts;
+    for (auto &r : requests) {
+        texts.emplace_back(reinterpret_cast<const char *>(r.requestvb->val.string),
+                           r.requestvb->type == ASN_OCTET_STR ? r.requestvb->val_len : 0);
+        netsnmp_free_request_data_sets(&r);
+    }
+    snmp_free_varbind(vars);
+    return texts;
+}
+
+// A GETNEXT of a text column's first row together with a request that runs
+// off the column before it, so the iterator makes a second pass: with the
+// clock past the pacing between the passes, both answers must still come
+// from the rows of one rebuild (a rebuild between the passes frees the row
+// the first answer holds).
+TEST(OnDemandPacing, OneRebuildPerMessageEvenAcrossIteratorPasses) {
+    static ScratchDir dir;
+    const struct {
+        const oid *table;
+        size_t len;
+        void (*init)();
+        oid text_column;
+        void (*source)(int);
+        const char *first_row;
+    } cases[] = {
+        {vorHoFileSysTable_oid, OID_LENGTH(vorHoFileSysTable_oid), init_vorHoFileSysTable,
+         FSYS_DESC, [](int n) { use_fixture(n ? "fs/single" : "fs/mixed"); }, "/dev/sda1 On /"},
+        {vorHoSwVerTable_oid, OID_LENGTH(vorHoSwVerTable_oid), init_vorHoSwVerTable, SWVER_NAME,
+         [](int n) {
+             const std::string v = "              (amd64) 1\n";
+             dir.command("pkginfo", n ? "KYQtem        c\n" + v
+                                      : "VORlynx3      VOR a\n" + v + "e1000g        VOR b\n" + v);
+         },
+         "VORlynx3"},
+    };
+    g_osCommonPollFrequency = 0;
+    set_table_clock(stepping_clock);
+    for (const auto &c : cases) {
+        c.init();
+        s_source = c.source, s_readings = 0;
+        EXPECT_EQ(std::vector<std::string>(2, c.first_row),
+                  getnext(c.table, c.len, {{1, c.text_column}, {1, c.text_column - 1, 2}}));
+    }
+    set_table_clock(nullptr);
+    erase_fs_container();
+    cleanup_swver_list();
 }
 
 TEST(IntegerRangeCheck, WrongTypeBeforeRangeAndBothMarkTheRequest) {
