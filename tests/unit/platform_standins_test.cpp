@@ -1,10 +1,13 @@
 // The Solaris command stand-ins: formats against fixture trees.
+#include "platform/popen_stream.h"
 #include "platform/standins.h"
 #include "unit_helpers.h"
 
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <csignal>
+#include <sys/wait.h>
 #include <fnmatch.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -154,6 +157,57 @@ TEST_F(PlatformStandins, ModinfoListsWellFormedModuleLines) {
     use_fixture("platform/inetd"); // a kernel without module support
     EXPECT_EQ(run(platform::run_modinfo, {"modinfo", "-w"}), 0);
     EXPECT_NE(run(platform::run_modinfo, {"modinfo", "-c"}), 0);
+}
+
+// Lines without shell syntax run directly (the daemon is the parent), the
+// rest through the shell; either way the program starts with nothing
+// blocked and SIGPIPE at its default, whatever the daemon holds.
+TEST(PlatformPopen, PlainLinesRunWithoutAShellAndChildrenStartUnblocked) {
+    const std::pair<const char *, std::vector<std::string>> plain[] = {
+        {"'/a b/pkginfo' -x", {"/a b/pkginfo", "-x"}},
+        {"'/it'\\''s/psrinfo'", {"/it's/psrinfo"}},
+        {"svcs |grep telnet", {}},
+        {"echo $HOME", {}},
+        {"'unterminated", {}},
+    };
+    for (const auto &c : plain) {
+        std::vector<std::string> words;
+        EXPECT_EQ(!c.second.empty(), platform::split_plain_command(c.first, words)) << c.first;
+        EXPECT_EQ(c.second, c.second.empty() ? c.second : words) << c.first;
+    }
+    sigset_t term, saved;
+    sigemptyset(&term);
+    sigaddset(&term, SIGTERM);
+    sigprocmask(SIG_BLOCK, &term, &saved);
+    void (*saved_pipe)(int) = signal(SIGPIPE, SIG_IGN);
+    const std::string me = "PPid:\t" + std::to_string(getpid()) + "\n";
+    const auto mask = [](const std::string &out, const char *field) {
+        const size_t at = out.find(field);
+        return at == std::string::npos ? ~0ull : std::stoull(out.substr(at + 8), nullptr, 16);
+    };
+    const struct {
+        const char *command;
+        bool direct;
+        int status;
+    } runs[] = {{"cat /proc/self/status", true, 0},
+                {"cat /proc/self/status | cat", false, 0},
+                {"/no/such/program", false, 127}};
+    for (const auto &r : runs) {
+        platform::PopenStream p(r.command);
+        ASSERT_TRUE(p.ok()) << r.command;
+        std::string out;
+        char line[256];
+        while (p.read_line(line, sizeof(line)))
+            out += line;
+        EXPECT_EQ(r.status, WEXITSTATUS(p.close())) << r.command;
+        if (r.status == 0) {
+            EXPECT_EQ(r.direct, out.find(me) != std::string::npos) << r.command;
+            EXPECT_EQ(0u, mask(out, "SigBlk:") & (1u << (SIGTERM - 1))) << r.command;
+            EXPECT_EQ(0u, mask(out, "SigIgn:") & (1u << (SIGPIPE - 1))) << r.command;
+        }
+    }
+    signal(SIGPIPE, saved_pipe);
+    sigprocmask(SIG_SETMASK, &saved, nullptr);
 }
 
 } // namespace
