@@ -348,6 +348,18 @@ static void close_wake_pipe(void) {
     s_wake_pipe[0] = -1;
 }
 
+// From the end of the option scan until the handlers are in place a stop
+// signal is held pending instead of killing a daemon half started; once
+// they are installed it is delivered and ends the run cleanly. The
+// programs the daemon starts get an empty mask of their own.
+static void hold_stop_signals(int how) {
+    sigset_t stop;
+    sigemptyset(&stop);
+    sigaddset(&stop, SIGTERM);
+    sigaddset(&stop, SIGINT);
+    sigprocmask(how, &stop, nullptr);
+}
+
 static void install_signal_handlers(void) {
     if (pipe2(s_wake_pipe, O_NONBLOCK | O_CLOEXEC) == 0) {
         register_readfd(s_wake_pipe[0], drain_wake_pipe, nullptr);
@@ -360,10 +372,12 @@ static void install_signal_handlers(void) {
     sigaction(SIGTERM, &sa, nullptr);
     sigaction(SIGINT, &sa, nullptr);
     signal(SIGPIPE, SIG_IGN);
+    hold_stop_signals(SIG_UNBLOCK);
 }
 
 int temhostd_main(int argc, char **argv) {
     scan_options(argc, argv);
+    hold_stop_signals(SIG_BLOCK);
     // The local status queries use -c when given, else their own default.
     if (pCommunityStr) {
         set_local_query_community(pCommunityStr);
@@ -410,6 +424,8 @@ int temhostd_main(int argc, char **argv) {
     // second while all is well. Set after init_agent, which puts in its own
     // default of 15 seconds.
     netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, 1);
+    // A missing master is reported once, by the daemon's own line.
+    netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_NO_CONNECTION_WARNINGS, 1);
     init_modules();
     keep_running = 1;
     // The library opens the AgentX session while it reads the configuration,

@@ -26,7 +26,10 @@ void init_vorHoSysStatusGroup(void) {
     snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_STORE_DATA,
                            store_Orbl_Host_sysstatus_tokens, nullptr);
     set_mib_status_enterprise(enterprise_oid, OID_LENGTH(enterprise_oid));
-    do_misc();
+    // The record only, for the GUID token the configuration read fills in:
+    // the status array's local queries wait for the first refresh, once
+    // the session with the master is known to be open.
+    do_init();
 }
 
 int get_vorHoMibStatusArray(netsnmp_mib_handler *, netsnmp_handler_registration *,
