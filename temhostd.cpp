@@ -322,8 +322,31 @@ static void detach(void) {
     }
 }
 
+// The library notices at once when the master closes the AgentX socket
+// (it stops or dies: end of file in the loop's select) and then retries the
+// connection every RECONNECT_SECONDS. Its ping is needed only for a master
+// that hangs with the socket open, so while connected it runs every
+// PING_SECONDS: each ping is an AgentX round trip that wakes both agents.
+// Both periods come from one library setting, read when the ping is armed
+// (just after the session opens) and when a loss is noticed.
+static const int RECONNECT_SECONDS = 1;
+static const int PING_SECONDS = 30;
+
+static void set_agentx_interval(int seconds) {
+    netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, seconds);
+}
+
+static void back_to_reconnect_interval(unsigned int, void *) {
+    set_agentx_interval(RECONNECT_SECONDS);
+}
+
 static int master_session_opened(int, int, void *, void *) {
     s_master_session_open = 1;
+    // The ping the library arms next takes the long period; the loop's
+    // next round of alarms puts the short one back for a later loss.
+    set_agentx_interval(PING_SECONDS);
+    struct timeval soon = {0, 1000};
+    snmp_alarm_register_hr(soon, 0, back_to_reconnect_interval, nullptr);
     return SNMPERR_SUCCESS;
 }
 
@@ -417,13 +440,11 @@ int temhostd_main(int argc, char **argv) {
         snmp_log(LOG_ERR, "%s", NO_MASTER_MESSAGE);
         exit(1);
     }
-    // Reconnect on our own when the master agent restarts while we serve.
-    // The library retries (and, while connected, pings) at this interval:
-    // one second keeps the objects away from managers for at most about a
-    // second after the master is back, for one small AgentX exchange a
-    // second while all is well. Set after init_agent, which puts in its own
+    // Reconnect on our own when the master agent restarts while we serve:
+    // the objects are away from managers for at most about a second after
+    // the master is back. Set after init_agent, which puts in its own
     // default of 15 seconds.
-    netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, 1);
+    set_agentx_interval(RECONNECT_SECONDS);
     // A missing master is reported once, by the daemon's own line.
     netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_NO_CONNECTION_WARNINGS, 1);
     init_modules();
