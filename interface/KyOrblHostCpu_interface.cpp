@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <vector>
 
 #include "interface/KyOrblKstat_routines.h"
 #include "interface/debug.h"
@@ -42,6 +43,26 @@ static RowIndex<vorHostOs_Cpu_Util_t> s_rows;
 // processor number below s_online_count.
 static std::unique_ptr<unsigned char[]> s_online;
 static int s_online_count = 0;
+
+// Processor states change rarely, and a listing starts a program every
+// sample (most of what an idle daemon costs). So a listing is taken again
+// only when the processors in the statistics differ from those at the last
+// listing (Linux drops an off-line processor from them) or that listing is
+// LISTING_MAX_AGE seconds old (a state the statistics do not show).
+static const time_t LISTING_MAX_AGE = 60;
+static std::vector<int> s_listed_present;
+static time_t s_listed_at = 0;
+
+static bool listing_due(const std::vector<int> &present) {
+    const time_t now = s_clock();
+    if (s_online && present == s_listed_present && now >= s_listed_at &&
+        now - s_listed_at < LISTING_MAX_AGE) {
+        return false;
+    }
+    s_listed_present = present;
+    s_listed_at = now;
+    return true;
+}
 
 // Slots of the 1-minute ring: one per sample of the last minute.
 static unsigned int one_minute_slots(void) {
@@ -218,7 +239,15 @@ int FetchKstatCpuLoad(void) {
 
     // Processors that are not online read 0: their counters are held at 0
     // and their statistics are not read below.
-    read_psrinfo_listing();
+    std::vector<int> present;
+    for (const kstat_t *ks = handle.kc->kc_chain; ks; ks = ks->ks_next) {
+        if (strncmp(ks->ks_name, "cpu_stat", 8) == 0) {
+            present.push_back(ks->ks_instance);
+        }
+    }
+    if (listing_due(present)) {
+        read_psrinfo_listing();
+    }
     for (int cpu = 0; cpu < g_numCpu; ++cpu) {
         if (!isOnline(cpu)) {
             memset(cpu_stat_now[cpu].cpu_sysinfo.cpu, 0, sizeof(cpu_stat_now[cpu].cpu_sysinfo.cpu));
@@ -402,4 +431,5 @@ void cleanup_cpustat_chain(void) {
     free_samples();
     s_online.reset();
     s_online_count = 0;
+    s_listed_present.clear();
 }
