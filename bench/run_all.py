@@ -494,8 +494,8 @@ def rows(res):
         i = res["idle"]
         return ("5 idle CPU %% of a core, %.0f s | snmpd" % i["seconds"],
                 "%.4f" % i["ours"]["pct"], "%.4f" % i["master"]["pct"],
-                ratio_text(i["ours"]["pct"], i["master"]["pct"]), "<= 0.05 %",
-                i["ours"]["pct"] <= 0.05)
+                ratio_text(i["ours"]["pct"], i["master"]["pct"]), "<= 0.05 %, <= snmpd",
+                i["ours"]["pct"] <= min(0.05, i["master"]["pct"]))
     row("5 idle CPU", idle_cpu)
     row("5 RSS", lambda: ("5 resident size MiB | snmpd",
                           "%.1f" % (res["idle"]["ours"]["rss_kib"] / 1024),
