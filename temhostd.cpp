@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
@@ -327,6 +328,43 @@ static int master_session_opened(int, int, void *, void *) {
     return SNMPERR_SUCCESS;
 }
 
+// While the master is away the library would warn at every reconnection
+// attempt. Instead one line when the session closes and one when a new one
+// opens, saying how long the subtree was gone.
+static bool s_master_away = false;
+static struct timespec s_master_lost_at;
+
+static int master_session_closed(int, int, void *, void *) {
+    if (!s_master_away) {
+        s_master_away = true;
+        clock_gettime(CLOCK_MONOTONIC, &s_master_lost_at);
+        snmp_log(LOG_WARNING, "Lost the AgentX connection to the master agent; reconnecting "
+                              "without further messages\n");
+    }
+    return SNMPERR_SUCCESS;
+}
+
+static int master_session_back(int, int, void *, void *) {
+    if (s_master_away) {
+        s_master_away = false;
+        struct timespec now;
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        const double away = static_cast<double>(now.tv_sec - s_master_lost_at.tv_sec) +
+                            static_cast<double>(now.tv_nsec - s_master_lost_at.tv_nsec) / 1e9;
+        snmp_log(LOG_INFO, "AgentX connection to the master agent is back after %.1f s away\n",
+                 away);
+    }
+    return SNMPERR_SUCCESS;
+}
+
+static void quiet_while_master_away(void) {
+    netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_NO_CONNECTION_WARNINGS, 1);
+    snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP,
+                           master_session_closed, nullptr);
+    snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START,
+                           master_session_back, nullptr);
+}
+
 static void drain_wake_pipe(int fd, void *) {
     char buf[64];
     while (read(fd, buf, sizeof(buf)) > 0) {
@@ -399,6 +437,7 @@ int temhostd_main(int argc, char **argv) {
 
     snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START,
                            master_session_opened, nullptr);
+    quiet_while_master_away();
     if (init_agent(APPL_NAME) != 0) {
         snmp_log(LOG_ERR, "%s", NO_MASTER_MESSAGE);
         exit(1);
