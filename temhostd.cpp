@@ -108,13 +108,33 @@ static int UnlinkPidfile(const char *pidFile) {
     return unlink(pidFile);
 }
 
-static void stop_server(int) {
-    keep_running = 0;
+static void wake_main_loop(void) {
     if (s_wake_pipe[1] >= 0) {
         const int saved_errno = errno;
         ssize_t written = write(s_wake_pipe[1], "", 1);
         (void)written; // a full pipe already wakes the loop
         errno = saved_errno;
+    }
+}
+
+static void stop_server(int) {
+    keep_running = 0;
+    wake_main_loop();
+}
+
+// SIGHUP: the loop reopens the log file of -l (logrotate has moved it away)
+// and changes nothing else.
+static volatile sig_atomic_t s_reopen_log = 0;
+
+static void ask_log_reopen(int) {
+    s_reopen_log = 1;
+    wake_main_loop();
+}
+
+static void reopen_log_if_asked(void) {
+    if (s_reopen_log) {
+        s_reopen_log = 0;
+        netsnmp_logging_restart();
     }
 }
 
@@ -397,6 +417,8 @@ static void install_signal_handlers(void) {
     // No SA_RESTART: the signal must interrupt the blocking wait of the loop.
     sigaction(SIGTERM, &sa, nullptr);
     sigaction(SIGINT, &sa, nullptr);
+    sa.sa_handler = ask_log_reopen;
+    sigaction(SIGHUP, &sa, nullptr);
     signal(SIGPIPE, SIG_IGN);
 }
 
@@ -467,6 +489,7 @@ int temhostd_main(int argc, char **argv) {
     while (keep_running) {
         agent_check_and_process(1);
         netsnmp_check_outstanding_agent_requests();
+        reopen_log_if_asked();
     }
     close_wake_pipe();
 

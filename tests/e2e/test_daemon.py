@@ -94,16 +94,21 @@ def test_second_instance_is_refused_and_sigint_stops_cleanly(bed):
     assert not os.path.exists("/var/log/snmpd.log") and "Starting" not in first.output()
 
 
-def test_foreign_options_go_to_the_library_and_the_scan_ends(bed):
+def test_foreign_options_go_to_the_library_and_hup_reopens_the_log(bed):
     bed.start_master()
     # unknown letters, library options with arguments, grouped letters and a
     # huge -c: the daemon starts and serves, nothing hangs
     d = bed.start_daemon("-Q", "-d", "-D", "vorHostd,vorMeMibRevMajor", "-x", "DES", "-Tl",
                          "-c", "x" * 10240, "-Z")
     assert get(ROOT + ".1.2.0").int == 26
+    os.rename("/var/log/snmpd.log", "/var/log/snmpd.log.1")  # as logrotate does
+    d.proc.send_signal(signal.SIGHUP)  # reopens the log file, changes nothing else
+    wait_for(lambda: os.path.exists("/var/log/snmpd.log"), what="the log file reopened")
+    assert get(ROOT + ".1.2.0").int == 26 and open(PID_FILE).read() == "%d\n" % d.pid
     d.stop()
-    assert "vorHostd: refreshing data" in open("/var/log/snmpd.log").read(), \
+    assert "vorHostd: refreshing data" in open("/var/log/snmpd.log.1").read(), \
         "-D after an unknown option still took effect (-l logs to the file)"
+    assert "Stopping" in open("/var/log/snmpd.log").read()
     status, _, err = bed.run_daemon("-V")  # the library's own version request
     assert status == 0 and "NET-SNMP version" in err
 
