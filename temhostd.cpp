@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
+#include <systemd/sd-daemon.h>
 #include <unistd.h>
 #include <vector>
 
@@ -422,6 +423,26 @@ static void install_signal_handlers(void) {
     signal(SIGPIPE, SIG_IGN);
 }
 
+// systemd's notification protocol (Type=notify). Without NOTIFY_SOCKET in
+// the environment every call here does nothing.
+static void send_watchdog_ping(unsigned int, void *) {
+    sd_notify(0, "WATCHDOG=1");
+}
+
+// Called once the subtree answers through the master. The watchdog ping is
+// an alarm of the main loop at half the interval systemd asks for, so a
+// loop stuck for longer than that interval stops pinging and is restarted.
+static void tell_systemd_ready(void) {
+    sd_notify(0, "READY=1");
+    uint64_t usec = 0;
+    if (sd_watchdog_enabled(0, &usec) > 0 && usec > 0) {
+        struct timeval half;
+        half.tv_sec = static_cast<time_t>(usec / 2 / 1000000);
+        half.tv_usec = static_cast<suseconds_t>(usec / 2 % 1000000);
+        snmp_alarm_register_hr(half, SA_REPEAT, send_watchdog_ping, nullptr);
+    }
+}
+
 int temhostd_main(int argc, char **argv) {
     scan_options(argc, argv);
     // The local status queries use -c when given, else their own default.
@@ -485,12 +506,14 @@ int temhostd_main(int argc, char **argv) {
     refresh_data();
     refresh_cpu_data();
     install_signal_handlers();
+    tell_systemd_ready();
 
     while (keep_running) {
         agent_check_and_process(1);
         netsnmp_check_outstanding_agent_requests();
         reopen_log_if_asked();
     }
+    sd_notify(0, "STOPPING=1");
     close_wake_pipe();
 
     closeAgt();

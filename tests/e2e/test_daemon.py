@@ -3,6 +3,7 @@
 
 import os
 import signal
+import socket
 import time
 
 from conftest import (DAEMON, PERSIST_FILE, PID_FILE, ROOT, catches_stop_signals, get, set_,
@@ -124,3 +125,20 @@ def test_fork_detaches_and_the_child_serves(bed):
     finally:
         os.kill(pid, signal.SIGTERM)
         wait_for(lambda: not os.path.exists(PID_FILE), what="the clean stop")
+
+
+def test_systemd_hears_ready_once_the_objects_answer_then_watchdog_and_stopping(bed):
+    bed.start_master()
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sock:  # systemd's side
+        sock.bind("/run/notify")
+        sock.settimeout(20)
+        d = bed.start_daemon(wait=False, wrapper=(
+            "env", "NOTIFY_SOCKET=/run/notify", "WATCHDOG_USEC=2000000"))
+        assert sock.recv(256) == b"READY=1"
+        assert bed.daemon_answers(d), "READY=1 only once the objects answer"
+        ready = time.monotonic()
+        assert [sock.recv(256) for _ in range(3)] == [b"WATCHDOG=1"] * 3
+        assert 2.5 < time.monotonic() - ready < 4, "a ping at half the 2 s asked for"
+        d.proc.send_signal(signal.SIGTERM)
+        while sock.recv(256) != b"STOPPING=1":  # a ping may come first; none: time-out
+            pass
