@@ -3,9 +3,9 @@
 # Safe to run again: apt-get skips what is already there.
 set -eu
 
-PKGS="build-essential cmake pkg-config clang-format libsnmp-dev snmpd snmp snmptrapd \
-libgtest-dev libbenchmark-dev python3 python3-pytest util-linux iproute2 procps psmisc bc \
-smitools prometheus-snmp-exporter clang libclang-rt-14-dev valgrind"
+PKGS="build-essential cmake pkg-config clang-format libsnmp-dev libsystemd-dev snmpd snmp \
+snmptrapd libgtest-dev libbenchmark-dev python3 python3-pytest util-linux iproute2 procps psmisc \
+bc smitools prometheus-snmp-exporter clang libclang-rt-14-dev valgrind"
 # Packaging: the .deb (dpkg-dev, file for CPack) and its checks (lintian, mandoc,
 # man and lexgrog from man-db, col from bsdextrautils, systemd-analyze).
 PKGS="$PKGS dpkg-dev file lintian mandoc man-db bsdextrautils systemd"

@@ -104,7 +104,9 @@ def parse_values(output):
 
 
 def tool(cmd, *args, community=RO_COMMUNITY, version="2c", timeout=30):
-    argv = [cmd, "-v", version, "-c", community, "-On", "-Oe", "-t", "3", "-r", "1", *args]
+    """community None: the client defaults of /etc/snmp/snmp.conf (SNMPv3, say)."""
+    auth = ["-v", version, "-c", community] if community else []
+    argv = [cmd, *auth, "-On", "-Oe", "-t", "3", "-r", "1", *args]
     proc = subprocess.run(argv, capture_output=True, text=True, timeout=timeout,
                           env=dict(os.environ, MIBS=""))
     out = proc.stdout + proc.stderr

@@ -1,7 +1,8 @@
 """The status, client, trap-info and miscellaneous scalars through a real
 master: values, the MIB status array (with a second MIB of the enterprise
 served by the master), SET checks, the GUID's sources, and the local
-queries against a master that does not know the daemon's community."""
+queries against a master that does not know the daemon's community or
+knows SNMPv3 users only."""
 
 import os
 import struct
@@ -166,3 +167,32 @@ def test_local_queries_with_and_without_the_masters_community(bed):
     get_hex(WEB_PORT, community="manager")
     assert entry(octets(get_hex(STATUS_ARRAY, community="manager")), 11) == [1, 2, 1, 26]
     assert NO_ANSWER_LINE not in d.output()
+
+
+# SNMPv3 only: the master knows a user and no community; the client
+# defaults in snmp.conf serve the daemon's local queries and the tools alike.
+V3_MASTER_CONF = """agentaddress udp:127.0.0.1:161
+master agentx
+createUser ops SHA opsauthpass AES opsprivpass
+rouser ops authpriv
+"""
+V3_CLIENT_DEFAULTS = """defVersion 3
+defSecurityName ops
+defSecurityLevel authPriv
+defAuthType SHA
+defAuthPassphrase opsauthpass
+defPrivType AES
+defPrivPassphrase opsprivpass
+"""
+
+
+def test_local_queries_as_the_snmpv3_user_of_the_client_defaults(bed):
+    with open("/etc/snmp/snmp.conf", "w") as f:
+        f.write(V3_CLIENT_DEFAULTS)
+    bed.start_master(base_conf=V3_MASTER_CONF, probe_community=None)
+    d = bed.start_daemon(wait=False)
+    bed.wait_daemon(d, community=None)
+    # the other MIBs answer noSuchObject (no error status in SNMPv3): zero
+    assert octets(get_hex(STATUS_ARRAY, community=None)) == (
+        [1, 2, 8, 0] + [0] * 40 + [1, 2, 1, 26] + [0] * 208)
+    assert NO_ANSWER_LINE not in d.output(), "no query before the defaults are read"
