@@ -1,7 +1,73 @@
 #include "interface/kyfixtraps.h"
 
+#include <string>
+#include <unistd.h>
+
 static const char TRAPSINK_HELP[] = "host [community] [port]";
+static const char TRAPSESS_HELP[] = "[snmpcmdargs] host";
 static const unsigned int ONE_YEAR = 31536000;
+
+// The session a "trapsess" line has just opened, as the library hands it
+// over while parse_trapsess listens for it.
+static netsnmp_session *s_new_sink = nullptr;
+static int s_new_sink_confirm = 0;
+
+static int take_new_sink(int, int, void *serverarg, void *) {
+    auto *args = static_cast<agent_add_trap_args *>(serverarg);
+    s_new_sink = args->ss;
+    s_new_sink_confirm = args->confirm;
+    args->rc = SNMPERR_SUCCESS;
+    return SNMPERR_SUCCESS;
+}
+
+// One SNMPv3 trap destination's line in the log: its receiver must know
+// the user under this engine ID (the daemon's own, not the master's).
+static void log_engine_id(const netsnmp_session *ss) {
+    std::string hex;
+    static const char DIGITS[] = "0123456789abcdef";
+    for (size_t i = 0; i < ss->securityEngineIDLen; ++i) {
+        hex += DIGITS[ss->securityEngineID[i] >> 4];
+        hex += DIGITS[ss->securityEngineID[i] & 0xf];
+    }
+    snmp_log(LOG_INFO, "SNMPv3 traps for user %s leave under engine ID 0x%s\n",
+             ss->securityName ? ss->securityName : "", hex.c_str());
+}
+
+// The library's own "trapsess" parser, with two repairs. It parses the
+// line with getopt, which must start afresh rather than where the daemon's
+// option scan left it. And for an SNMPv3 trap it names the daemon's engine
+// as the authoritative one only after it has opened the session, too late
+// for the user (and its localized keys) to be made from the line: without
+// that user every SNMPv3 trap fails with "unknown security name". So the
+// session is taken over here, its user made, and only then added.
+static void parse_trapsess(const char *token, char *line) {
+    try {
+        char name[] = "temhostd";
+        char *reset_argv[] = {name, nullptr};
+        optind = 0;
+        getopt(1, reset_argv, "");
+        snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_REGISTER_NOTIFICATIONS,
+                               take_new_sink, nullptr);
+        snmpd_parse_config_trapsess(token, line);
+        snmp_unregister_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_REGISTER_NOTIFICATIONS,
+                                 take_new_sink, nullptr, 1);
+        netsnmp_session *ss = s_new_sink;
+        s_new_sink = nullptr;
+        if (!ss) {
+            return; // the library has said why
+        }
+        int pdutype = s_new_sink_confirm ? SNMP_MSG_INFORM : SNMP_MSG_TRAP2;
+        if (ss->version == SNMP_VERSION_1) {
+            pdutype = SNMP_MSG_TRAP;
+        } else if (ss->version == SNMP_VERSION_3 && !s_new_sink_confirm) {
+            create_user_from_session(ss);
+            log_engine_id(ss);
+        }
+        add_trap_session(ss, pdutype, s_new_sink_confirm, static_cast<int>(ss->version));
+    } catch (...) {
+        // nothing may cross into the library's configuration reader
+    }
+}
 
 void ky_fix_subagent_traps(void) {
     snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START,
@@ -18,6 +84,12 @@ void ky_fix_subagent_traps(void) {
                             TRAPSINK_HELP);
     register_config_handler("snmpd", "trap2sink", snmpd_parse_config_trap2sink, nullptr,
                             TRAPSINK_HELP);
+    // The other two ways the master names a destination: acknowledged
+    // SNMPv2c informs, and any version through the tools' options (SNMPv3
+    // with its user). The one release function above closes them all.
+    register_config_handler("snmpd", "informsink", snmpd_parse_config_informsink, nullptr,
+                            TRAPSINK_HELP);
+    register_config_handler("snmpd", "trapsess", parse_trapsess, nullptr, TRAPSESS_HELP);
     snmp_alarm_register(ONE_YEAR, SA_REPEAT, ky_fix_snmp_alarm_donothing_cb, nullptr);
 }
 
