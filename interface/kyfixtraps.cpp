@@ -33,6 +33,70 @@ static void log_engine_id(const netsnmp_session *ss) {
              ss->securityName ? ss->securityName : "", hex.c_str());
 }
 
+// An SNMPv3 inform goes under its receiver's engine ID. Unless the line
+// names it (-e), the library discovers it with a blocking exchange before
+// an inform, again before every inform while the receiver does not answer:
+// each would stall the daemon for the session's whole timeout. The daemon
+// asks without waiting instead, from start-up on and again until the
+// receiver answers; an inform sent before that is lost, as it would be.
+static const unsigned int ENGINE_ID_RETRY_SECONDS = 1;
+// Closing the sessions at shutdown times out their open questions, after
+// the alarms are gone: none may be asked again then.
+static bool s_shutting_down = false;
+
+static int note_shutdown(int, int, void *, void *) {
+    s_shutting_down = true;
+    return SNMPERR_SUCCESS;
+}
+
+static void ask_engine_id(netsnmp_session *ss);
+
+static void ask_engine_id_again(unsigned int, void *ss) {
+    ask_engine_id(static_cast<netsnmp_session *>(ss));
+}
+
+static int engine_id_reply(int op, netsnmp_session *ss, int, netsnmp_pdu *pdu, void *) {
+    if ((op == NETSNMP_CALLBACK_OP_RECEIVED_MESSAGE || op == NETSNMP_CALLBACK_OP_SEC_ERROR) &&
+        pdu && pdu->securityEngineIDLen > 0) {
+        // The receiver's report: what the library does with a discovered
+        // ID (unless it has done so already), plus the user that its
+        // blocking discovery would make (once: it marks the session).
+        if (ss->securityEngineIDLen == 0) {
+            ss->securityEngineID = static_cast<u_char *>(
+                netsnmp_memdup(pdu->securityEngineID, pdu->securityEngineIDLen));
+            ss->securityEngineIDLen = ss->securityEngineID ? pdu->securityEngineIDLen : 0;
+        }
+        if (ss->contextEngineIDLen == 0 && ss->securityEngineIDLen > 0) {
+            ss->contextEngineID = static_cast<u_char *>(
+                netsnmp_memdup(ss->securityEngineID, ss->securityEngineIDLen));
+            ss->contextEngineIDLen = ss->contextEngineID ? ss->securityEngineIDLen : 0;
+        }
+        create_user_from_session(ss);
+    } else if ((op == NETSNMP_CALLBACK_OP_TIMED_OUT || op == NETSNMP_CALLBACK_OP_SEND_FAILED) &&
+               !s_shutting_down) {
+        snmp_alarm_register(ENGINE_ID_RETRY_SECONDS, 0, ask_engine_id_again, ss);
+    }
+    return 1;
+}
+
+// The discovery request: a GET from the empty user without authentication,
+// answered by a report that carries the receiver's engine ID.
+static void ask_engine_id(netsnmp_session *ss) {
+    netsnmp_pdu *pdu = snmp_pdu_create(SNMP_MSG_GET);
+    if (!pdu) {
+        return;
+    }
+    pdu->version = SNMP_VERSION_3;
+    pdu->securityName = strdup("");
+    pdu->securityNameLen = 0;
+    pdu->securityLevel = SNMP_SEC_LEVEL_NOAUTH;
+    pdu->securityModel = SNMP_SEC_MODEL_USM;
+    if (!snmp_async_send(ss, pdu, engine_id_reply, nullptr)) {
+        snmp_free_pdu(pdu);
+        snmp_alarm_register(ENGINE_ID_RETRY_SECONDS, 0, ask_engine_id_again, ss);
+    }
+}
+
 // The library's own "trapsess" parser, with two repairs. It parses the
 // line with getopt, which must start afresh rather than where the daemon's
 // option scan left it. And for an SNMPv3 trap it names the daemon's engine
@@ -62,6 +126,9 @@ static void parse_trapsess(const char *token, char *line) {
         } else if (ss->version == SNMP_VERSION_3 && !s_new_sink_confirm) {
             create_user_from_session(ss);
             log_engine_id(ss);
+        } else if (ss->version == SNMP_VERSION_3 && ss->securityEngineIDLen == 0) {
+            ss->flags |= SNMP_FLAGS_DONT_PROBE; // no blocking discovery
+            ask_engine_id(ss);
         }
         add_trap_session(ss, pdutype, s_new_sink_confirm, static_cast<int>(ss->version));
     } catch (...) {
@@ -91,6 +158,7 @@ void ky_fix_subagent_traps(void) {
                             TRAPSINK_HELP);
     register_config_handler("snmpd", "trapsess", parse_trapsess, nullptr, TRAPSESS_HELP);
     snmp_alarm_register(ONE_YEAR, SA_REPEAT, ky_fix_snmp_alarm_donothing_cb, nullptr);
+    snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_SHUTDOWN, note_shutdown, nullptr);
 }
 
 int ky_fix_subagent_traps_callback(int, int, void *serverarg, void *) {

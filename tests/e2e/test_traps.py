@@ -8,6 +8,7 @@ import re
 import socket
 import time
 
+import pytest
 from conftest import READY_OIDS, TRAP_SINKS, ROOT, get, set_, wait_for
 
 GENERIC, CRITICAL = ROOT + ".2.8.1.0", ROOT + ".2.8.2.0"
@@ -74,13 +75,18 @@ def test_traps_once_each_after_two_seconds_also_after_master_restarts(bed):
     assert len(ours(bed)) == 6, "-T sends nothing; nothing came twice"
 
 
+# one SNMPv3 user with authentication and privacy, for the master's trapsess
+# lines and the receiver's createUser line (-e: the sender's engine ID)
+V3_OPTIONS = "-u ops -l authPriv -a SHA -A ops-auth-1 -x AES -X ops-priv-1"
+V3_USER = "createUser %s ops SHA ops-auth-1 AES ops-priv-1\n"
+
+
 def test_snmpv3_authpriv_trap_through_trapsess(bed):
-    bed.start_master("trapsess -v3 -u ops -l authPriv -a SHA -A ops-auth-1 -x AES -X ops-priv-1"
-                     " 127.0.0.1:162\n")
+    bed.start_master("trapsess -v3 %s 127.0.0.1:162\n" % V3_OPTIONS)
     d = bed.start_daemon("-Dnothing")  # a library option: the line still parses
     # the receiver knows the user under the engine ID the daemon logs
     engine = re.search(r"user ops leave under engine ID (0x[0-9a-f]+)", d.output()).group(1)
-    bed.start_trap_receiver(conf="createUser -e %s ops SHA ops-auth-1 AES ops-priv-1\n" % engine)
+    bed.start_trap_receiver(conf=V3_USER % ("-e " + engine))
     set_((GENERIC, "s", "disk replaced"))
     wait_for(lambda: ours(bed), timeout=5, interval=0.05, what="the trap")
     time.sleep(1)  # time for a second one
@@ -89,21 +95,27 @@ def test_snmpv3_authpriv_trap_through_trapsess(bed):
     check_v2(trap, 11003, "disk replaced")
 
 
-def test_informs_acknowledged_and_a_silent_receiver_delays_no_answer(bed):
-    bed.start_trap_receiver()
-    bed.start_master("informsink 127.0.0.1 public\n")
-    bed.start_daemon()
+@pytest.mark.parametrize("line, user, wrapper", [
+    ("informsink 127.0.0.1 public", "", "INFORM, SNMP v2c, community public"),
+    ("trapsess -v3 -Ci %s 127.0.0.1:162" % V3_OPTIONS, V3_USER % "",
+     "INFORM, SNMP v3, user ops, context ")])
+def test_informs_acknowledged_and_a_silent_receiver_delays_no_answer(bed, line, user, wrapper):
+    bed.start_trap_receiver(conf=user)
+    bed.start_master(line + "\n")
+    d = bed.start_daemon()
     set_((GENERIC, "s", "disk replaced"))
     wait_for(lambda: ours(bed), timeout=5, interval=0.05, what="the inform")
     time.sleep(2)  # past its first retry, had it not been acknowledged
     [inform] = ours(bed)
-    assert inform[0] == 1 and inform[5] == "INFORM, SNMP v2c, community public", inform
+    assert inform[0] in (1, 3) and inform[5] == wrapper, inform
     check_v2(inform, 11003, "disk replaced")
 
     bed.trap_receiver.stop()
+    d.stop()
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as silent:
         silent.bind(("127.0.0.1", 162))
         silent.settimeout(0.05)
+        bed.start_daemon()  # to whom an SNMPv3 receiver's engine ID is unknown
         set_((GENERIC, "s", "nobody answers"))
         copies, slowest, end = 0, 0.0, time.monotonic() + 5
         while time.monotonic() < end:
@@ -115,4 +127,4 @@ def test_informs_acknowledged_and_a_silent_receiver_delays_no_answer(bed):
             get(READY_OIDS[0])
             slowest = max(slowest, time.monotonic() - asked)
     assert slowest < 1.0, "a GET took %.2f s while the inform was retried" % slowest
-    assert copies >= 3, "the inform is retried every second"
+    assert copies >= 3, "the inform (or the question for the engine ID) is retried every second"
