@@ -147,6 +147,10 @@ void ky_fix_subagent_traps(void) {
     // it has read the configuration files, so directives registered then
     // would never be read at start-up. Registering the type "snmpd" makes
     // init_snmp read the master's snmpd.conf as well.
+    // The community of the sink lines that name none (read in file order,
+    // as the master does).
+    register_config_handler("snmpd", "trapcommunity", snmpd_parse_config_trapcommunity,
+                            snmpd_free_trapcommunity, "community-string");
     register_config_handler("snmpd", "trapsink", snmpd_parse_config_trapsink, snmpd_free_trapsinks,
                             TRAPSINK_HELP);
     register_config_handler("snmpd", "trap2sink", snmpd_parse_config_trap2sink, nullptr,
