@@ -35,10 +35,11 @@ PERSIST_FILE, PID_FILE = "/var/sma_snmp/temhostd.conf", "/var/run/temhostd.pid"
 SAVED_COPY = PERSIST_FILE + ".saf"
 
 # The trap receiver logs one line per trap: "TRAP|version|enterprise|generic|
-# specific|" then the bindings "oid = TYPE: value" joined by "~" (version 0
-# is SNMPv1, 1 SNMPv2c). TRAP_SINKS makes it the master's destination.
+# specific|wrapper|" then the bindings "oid = TYPE: value" joined by "~"
+# (version 0 is SNMPv1, 1 SNMPv2c, 3 SNMPv3; the wrapper names the PDU type
+# and the community or user). TRAP_SINKS makes it the master's destination.
 TRAP_LOG = "/var/log/traps.log"
-TRAP_FORMAT = "TRAP|%s|%N|%w|%q|%V~%v\\n"
+TRAP_FORMAT = "TRAP|%s|%N|%w|%q|%P|%V~%v\\n"
 TRAP_SINKS = "trapsink 127.0.0.1 {c}\ntrap2sink 127.0.0.1 {c}\n".format(c=RO_COMMUNITY)
 
 
@@ -226,11 +227,12 @@ class Bed:
         wait_for(lambda: os.path.exists("/var/agentx/master") and answers(),
                  what="the master agent")
 
-    def start_trap_receiver(self, *options, log=TRAP_LOG):
-        """snmptrapd on 127.0.0.1:162 taking every community; options replace
-        the numeric one-line format that traps() reads."""
+    def start_trap_receiver(self, *options, log=TRAP_LOG, conf=""):
+        """snmptrapd on 127.0.0.1:162 taking every community (conf: more
+        lines for its configuration); options replace the numeric one-line
+        format that traps() reads."""
         with open("/etc/snmp/snmptrapd.conf", "w") as f:
-            f.write("disableAuthorization yes\n")
+            f.write("disableAuthorization yes\n" + conf)
         self.trap_receiver = Process(
             ["/usr/sbin/snmptrapd", "-f", "-C", "-c", "/etc/snmp/snmptrapd.conf", "-Lf", log,
              "-p", "/run/snmptrapd.pid", *(options or ["-On", "-F", TRAP_FORMAT]),
@@ -239,16 +241,16 @@ class Bed:
                  what="the trap receiver")
 
     def traps(self):
-        """[(version, enterprise, generic, specific, [(oid, value text)...])]
-        in order of arrival."""
+        """[(version, enterprise, generic, specific, [(oid, value text)...],
+        wrapper)] in order of arrival."""
         out = []
         for line in open(TRAP_LOG, errors="replace").read().split("\n"):
             if line.startswith("TRAP|"):
-                _, version, enterprise, generic, specific, rest = line.split("|", 5)
+                _, version, enterprise, generic, specific, wrapper, rest = line.split("|", 6)
                 binds = [(o.strip().lstrip("."), v) for o, v in
                          (b.split(" = ", 1) for b in rest.split("~") if " = " in b)]
                 out.append((int(version), enterprise.lstrip("."), generic,
-                            specific.lstrip("."), binds))
+                            specific.lstrip("."), binds, wrapper))
         return out
 
     def write_persistent(self, text):
