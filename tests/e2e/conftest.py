@@ -249,6 +249,16 @@ class Bed:
                             specific.lstrip("."), binds))
         return out
 
+    def freeze(self, *paths):
+        """Binds a copy of each /proc file over it for this test: the figures
+        the daemon reads there (free memory, processor ticks) stop moving."""
+        for path in paths:
+            copy = "/run/frozen-" + os.path.basename(path)
+            with open(path) as src, open(copy, "w") as dst:
+                dst.write(src.read())
+            subprocess.run(["mount", "--bind", copy, path], check=True)
+            self.mounts.append(path)
+
     def write_persistent(self, text):
         os.makedirs("/var/sma_snmp", exist_ok=True)
         with open(PERSIST_FILE, "w") as f:
