@@ -52,6 +52,29 @@ def wait_for(predicate, timeout=10.0, interval=0.1, what="condition"):
     raise AssertionError("timed out waiting for " + what)
 
 
+def check_walk_rebuilds(interval, change, shows):
+    """A list that walks rebuild at most every `interval` seconds (polling
+    off): change(n) makes change n (0, then 1), shows(n) walks and tells
+    whether it shows. After each change, one walk every half second until
+    one shows: the walk showing change 0 rebuilt the list at a moment
+    within it. The daemon counts whole seconds, so change 1 shows more than
+    interval - 1 s after that walk began, and at the first walk begun
+    interval s after it ended."""
+    walks = {0: [], 1: []}  # (start, end, shown) of each walk after change n
+    for n, after in walks.items():
+        change(n)
+        deadline = time.monotonic() + interval + 30
+        while not after or not after[-1][2]:
+            assert time.monotonic() < deadline, "change %d never shows" % n
+            time.sleep(0.5 if after else 0)
+            start = time.monotonic()
+            shown = shows(n)
+            after.append((start, time.monotonic(), shown))
+    start, end, _ = walks[0][-1]
+    assert walks[1][-1][1] - start > interval - 1, "rebuilt too soon"
+    assert all(s < end + interval for s, _, _ in walks[1][:-1]), "rebuild overdue"
+
+
 def catches_stop_signals(pid):
     """True once the daemon has installed its SIGTERM and SIGINT handlers
     (it answers the master before that, while still registering)."""

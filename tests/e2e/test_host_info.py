@@ -30,8 +30,8 @@ def test_identity_telnet_and_memory(bed):
     phys, free, paging, paging_free = [v.int for v in get(*(MEM + ".%d.0" % i
                                                             for i in range(1, 5)))]
     assert phys == os.sysconf("SC_PHYS_PAGES") * page // 1024 // 1024 + 1
-    assert [free, paging, paging_free] == [
-        m[k] * 1024 // page * page // 1024 // 1024 for k in ("MemAvailable", "SwapTotal", "SwapFree")]
+    assert [free, paging, paging_free] == [m[k] * 1024 // page * page // 1024 // 1024
+                                           for k in ("MemAvailable", "SwapTotal", "SwapFree")]
     assert set_error((MEM + ".1.0", "i", 1)) == "notWritable"
 
 
