@@ -53,15 +53,14 @@ def wait_for(predicate, timeout=10.0, interval=0.1, what="condition"):
 
 
 def check_walk_rebuilds(interval, change, shows):
-    """A list that walks rebuild at most every `interval` seconds (polling
-    off): change(n) makes change n (0, then 1), shows(n) walks and tells
-    whether it shows. After each change, one walk every half second until
-    one shows: the walk showing change 0 rebuilt the list at a moment
-    within it. The daemon counts whole seconds, so change 1 shows more than
-    interval - 1 s after that walk began, and at the first walk begun
-    interval s after it ended."""
-    walks = {0: [], 1: []}  # (start, end, shown) of each walk after change n
-    for n, after in walks.items():
+    """Walks rebuild a list at most every `interval` s: change(n) makes
+    change n (0, then 1), shows(n) walks and tells whether it shows. After
+    each change, a walk every half second until one shows. The walk showing
+    change 0 rebuilt the list; in the daemon's whole seconds, change 1 then
+    shows more than interval - 1 s after that walk began, and at the first
+    walk begun interval s after it ended."""
+    walks = ([], [])  # (start, end, shown) of each walk after change n
+    for n, after in enumerate(walks):
         change(n)
         deadline = time.monotonic() + interval + 30
         while not after or not after[-1][2]:
@@ -273,8 +272,7 @@ class Bed:
         return out
 
     def freeze(self, *paths):
-        """Binds a copy of each /proc file over it for this test: the figures
-        the daemon reads there (free memory, processor ticks) stop moving."""
+        """Binds a copy of each /proc file over it: its figures stop moving."""
         for path in paths:
             copy = "/run/frozen-" + os.path.basename(path)
             with open(path) as src, open(copy, "w") as dst:

@@ -117,11 +117,9 @@ def check_software(samples, rows):
 
 
 def test_scrape_equals_snmp(bed, exporter):
-    # Every figure holds still, so the scrape equals the reads exactly:
-    # memory and processor ticks come from frozen copies of their /proc
-    # files, and with polling on (every 900 s) the file system and software
-    # lists are those built at start-up. The averages change at most once
-    # (-1, then 0 for ticks that do not move).
+    # Every figure holds still, so the scrape equals the reads: memory and
+    # processor ticks come from frozen /proc files, polling on keeps the lists
+    # built at start-up, and the averages change once at most (-1, then 0).
     bed.freeze("/proc/meminfo", "/proc/stat")
     bed.write_persistent("defaultPollFreq(sec) 900\n")
     bed.start_master(PUBLIC)

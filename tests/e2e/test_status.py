@@ -33,8 +33,8 @@ def test_values_status_array_and_set_checks(bed):
     assert bytes(octets(v[6])) == b"generic trap data"
     assert octets(v[7]) == []
     assert v[8].int == len(table_rows(S + ".7.2.1", 1)) + 1
-    # the start time, year to second, cut before its first zero octet: a
-    # second between the start and now, however slow the start was
+    # the start time, year to second, cut before a zero octet: one of the
+    # seconds the start took, however long
     def date(t):
         t = time.localtime(t)
         o = [t.tm_year >> 8, t.tm_year & 255, t.tm_mon, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec]
@@ -144,21 +144,18 @@ def test_local_queries_with_and_without_the_masters_community(bed):
         bed.wait_daemon(d, timeout=10, interval=0.05, community="manager")
         return d, time.monotonic() - started
 
-    # the master's count of requests in a community it does not know: the
-    # daemon's unanswered queries (snmpInBadCommunityNames)
+    # snmpInBadCommunityNames: the daemon's unanswered queries
     dropped = lambda: get_hex("1.3.6.1.2.1.11.4.0", community="manager").int
     d, start_time = start()
-    # each of the two rebuilds at start-up (priming, first refresh) gives up
-    # after its first query
-    assert start_time < 5 and dropped() == 2
+    assert start_time < 5 and dropped() == 2, "one query per start-up rebuild (prime, refresh)"
     time.sleep(0.6)  # the first refresh's query has timed out by now
     took = []
     for _ in range(3):
         t = time.monotonic()
         assert get_hex(WEB_PORT, community="manager").int == 2381
         took.append(time.monotonic() - t)
-    # one query each that waits out its 500 ms (the least of three: a busy
-    # machine may slow the others)
+    # one query each, waiting out its 500 ms (the quickest of three: a busy
+    # machine slows some)
     assert dropped() == 5 and 0.4 < min(took) < 1, took
     values = parse_values(tool("snmpwalk", AGENT, ROOT, community="manager"))
     assert len(values) >= len(READY_OIDS) and all("No Such" not in v.text for v in values)
