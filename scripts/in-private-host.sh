@@ -1,11 +1,9 @@
 #!/bin/sh
-# Runs a command as root inside private network, mount and process
-# namespaces that look like this host to it, but whose writes never reach
-# the host: /var, /etc, /tmp and /mnt are overlays whose changes land in a
-# tmpfs, /run is a fresh tmpfs, the network holds only the loopback
-# interface, and the process table holds only what runs inside (ps, as the
-# daemon's package checks run it, sees no process of another run).
-# Everything started inside ends with the namespaces.
+# Runs a command as root inside private network and mount namespaces that
+# look like this host to it, but whose writes never reach the host: /var,
+# /etc, /tmp and /mnt are overlays whose changes land in a tmpfs, /run is a
+# fresh tmpfs, and the network holds only the loopback interface. Everything
+# started inside ends with the namespaces.
 #
 # Usage: scripts/in-private-host.sh COMMAND [ARG...]
 set -eu
@@ -16,7 +14,7 @@ if [ "${TEMHOSTD_PRIVATE_HOST:-}" != 1 ]; then
         exit 1
     fi
     export TEMHOSTD_PRIVATE_HOST=1
-    exec unshare --net --mount --pid --mount-proc --propagation private --kill-child -- "$0" "$@"
+    exec unshare --net --mount --propagation private --fork -- "$0" "$@"
 fi
 
 ip link set lo up
