@@ -53,6 +53,28 @@ def wait_for(predicate, timeout=10.0, interval=0.1, what="condition"):
     raise AssertionError("timed out waiting for " + what)
 
 
+def check_walk_rebuilds(interval, change, shows):
+    """Walks rebuild a list at most every `interval` s: change(n) makes
+    change n (0, then 1), shows(n) walks and tells whether it shows. After
+    each change, a walk every half second until one shows. The walk showing
+    change 0 rebuilt the list; in the daemon's whole seconds, change 1 then
+    shows more than interval - 1 s after that walk began, and at the first
+    walk begun interval s after it ended."""
+    walks = ([], [])  # (start, end, shown) of each walk after change n
+    for n, after in enumerate(walks):
+        change(n)
+        deadline = time.monotonic() + interval + 30
+        while not after or not after[-1][2]:
+            assert time.monotonic() < deadline, "change %d never shows" % n
+            time.sleep(0.5 if after else 0)
+            start = time.monotonic()
+            shown = shows(n)
+            after.append((start, time.monotonic(), shown))
+    start, end, _ = walks[0][-1]
+    assert walks[1][-1][1] - start > interval - 1, "rebuilt too soon"
+    assert all(s < end + interval for s, _, _ in walks[1][:-1]), "rebuild overdue"
+
+
 def catches_stop_signals(pid):
     """True once the daemon has installed its SIGTERM and SIGINT handlers
     (it answers the master before that, while still registering)."""
@@ -252,6 +274,15 @@ class Bed:
                 out.append((int(version), enterprise.lstrip("."), generic,
                             specific.lstrip("."), binds, wrapper))
         return out
+
+    def freeze(self, *paths):
+        """Binds a copy of each /proc file over it: its figures stop moving."""
+        for path in paths:
+            copy = "/run/frozen-" + os.path.basename(path)
+            with open(path) as src, open(copy, "w") as dst:
+                dst.write(src.read())
+            subprocess.run(["mount", "--bind", copy, path], check=True)
+            self.mounts.append(path)
 
     def write_persistent(self, text):
         os.makedirs("/var/sma_snmp", exist_ok=True)

@@ -47,10 +47,10 @@ def test_traps_once_each_after_two_seconds_also_after_master_restarts(bed):
     bed.start_trap_receiver()
     bed.start_master(TRAP_SINKS)
     d = bed.start_daemon()
+    asked = time.monotonic()
     set_((GENERIC, "s", "disk replaced"))
-    answered = time.monotonic()
-    wait_for(lambda: len(ours(bed)) >= 2, timeout=5, interval=0.05, what="the traps")
-    assert 1.5 < time.monotonic() - answered < 3.5
+    wait_for(lambda: len(ours(bed)) >= 2, timeout=15, interval=0.05, what="the traps")
+    assert time.monotonic() - asked >= 2, "not sent before the 2 s alarm (its period: unit tests)"
     check_pairs(ours(bed), (11003, "disk replaced"))
 
     for pause in (0.5, 0.5, 3):  # the last: several reconnection attempts in vain
@@ -64,7 +64,7 @@ def test_traps_once_each_after_two_seconds_also_after_master_restarts(bed):
     # one request setting both: both traps in the request's order, and the
     # new AgentX sessions are no trap destination
     set_((GENERIC, "s", "first"), (CRITICAL, "s", "second"))
-    wait_for(lambda: len(ours(bed)) >= 6, timeout=5, interval=0.05, what="the traps")
+    wait_for(lambda: len(ours(bed)) >= 6, timeout=15, interval=0.05, what="the traps")
     check_pairs(ours(bed)[2:], (11003, "first"), (11014, "second"))
     out = d.output().lower()  # the master's directives are read without a word
     assert "warning" not in out and "unknown" not in out, out
