@@ -458,10 +458,15 @@ static char *next_word(char *from, char (&word)[SWVER_VALUE_BUF]) {
     return from && *from ? copy_nword(from, word, sizeof(word)) : nullptr;
 }
 
-static void watch_error(const char *token, const char *line, const char *what, const char *word) {
-    char msg[SWVER_VALUE_BUF * 2];
-    snprintf(msg, sizeof(msg), "%s %s: %s%s%s%s", token, line, what, word ? " \"" : "",
-             word ? word : "", word ? "\"" : "");
+// Reported with the file and line number the library is reading.
+static void watch_error(const char *token, const char *line, const char *what,
+                        const char *word = nullptr, const char *hint = "") {
+    char msg[SWVER_VALUE_BUF * 3];
+    if (word) {
+        snprintf(msg, sizeof(msg), "%s %s: %s \"%s\"%s", token, line, what, word, hint);
+    } else {
+        snprintf(msg, sizeof(msg), "%s %s: %s", token, line, what);
+    }
     config_perror(msg);
 }
 
@@ -478,14 +483,14 @@ void parse_softwareWatch(const char *token, char *line) {
     next_word(rest, extra);
     const int type = kind_from(kind);
     if (type == 0) {
-        return watch_error(token, line,
-                           "unknown kind (1 to 5, driver, agent, utility or application)", kind);
+        return watch_error(token, line, "unknown kind", kind,
+                           " (1 to 5, driver, agent, utility or application)");
     }
     if (!prefix[0]) {
-        return watch_error(token, line, "missing package prefix", nullptr);
+        return watch_error(token, line, "missing package prefix");
     }
     if (strlen(prefix) > SWVER_NAME_MAX) {
-        return watch_error(token, line, "package prefix longer than a package name", nullptr);
+        return watch_error(token, line, "package prefix longer than a package name");
     }
     int how = CHECK_NONE;
     if (strcmp(check, "process") == 0) {
@@ -493,10 +498,10 @@ void parse_softwareWatch(const char *token, char *line) {
     } else if (strcmp(check, "module") == 0) {
         how = CHECK_MODULE;
     } else if (check[0]) {
-        return watch_error(token, line, "unknown check (process NAME or module NAME)", check);
+        return watch_error(token, line, "unknown check", check, " (process NAME or module NAME)");
     }
     if (how != CHECK_NONE && !exe[0]) {
-        return watch_error(token, line, "the check needs a name", nullptr);
+        return watch_error(token, line, "missing name after", check);
     }
     if (extra[0]) {
         return watch_error(token, line, "unexpected word", extra);
@@ -504,7 +509,7 @@ void parse_softwareWatch(const char *token, char *line) {
     try {
         s_watch.push_back(WatchLine{type, how, prefix, exe});
     } catch (const std::bad_alloc &) {
-        return watch_error(token, line, "out of memory", nullptr);
+        return watch_error(token, line, "out of memory");
     }
     VOR_DEBUG(SWVER_TOKEN, "watching packages %s (kind %d)\n", prefix, type);
 }
