@@ -602,13 +602,14 @@ int refresh_SwverLoad_CB(void) {
     return populate_SwVerEntries() != 0 ? 1 : 0;
 }
 
+// Through the row index rather than along the list: every GET of a walk
+// looks its row up here.
 static swver_t *find_row(int index) {
-    for (vorHo_Swver_t *node = swVerList; node; node = node->next) {
-        if (node->vorSwverEntry->index == index) {
-            return node->vorSwverEntry;
-        }
+    if (index <= 0) {
+        return nullptr;
     }
-    return nullptr;
+    vorHo_Swver_t *node = swver_row_from(static_cast<unsigned long>(index));
+    return node && node->vorSwverEntry->index == index ? node->vorSwverEntry : nullptr;
 }
 
 template <size_t N> static void copy_text_out(void *dest, const char (&field)[N]) {
