@@ -12,7 +12,6 @@
 #include "interface/debug.h"
 #include "interface/row_index.h"
 #include "platform/commands.h"
-#include "platform/host_files.h"
 #include "platform/popen_stream.h"
 
 #define SWVER_TOKEN "vorOrblFSinterface"
@@ -188,6 +187,16 @@ static int look_in(const CommandOutput &out, int check, const char *exe) {
     return SWVER_STATUS_STOPPED;
 }
 
+// The checks run inside the library's callbacks: memory running out while
+// a list is held reads as "cannot tell".
+template <typename F> static int no_throw(int on_failure, F &&body) noexcept {
+    try {
+        return body();
+    } catch (...) {
+        return on_failure;
+    }
+}
+
 static std::string list_command(int check) {
     return check == CHECK_MODULE ? std::string(platform::modinfo_path()) + " -w"
                                  : std::string(platform::ps_path()) + " -aef";
@@ -196,7 +205,7 @@ static std::string list_command(int check) {
 // 2 when exe is in the process (or module) list, 3 when not, 1 when the
 // list cannot be had.
 static int look_for(int check, const char *exe) {
-    return platform::c_call<int>(SWVER_STATUS_UNKNOWN, [&] {
+    return no_throw(SWVER_STATUS_UNKNOWN, [&] {
         std::string command = list_command(check);
         if (s_memo.on) {
             auto at = s_memo.outputs.find(command);
@@ -223,7 +232,7 @@ static void start_ahead(int check) {
     if (!s_memo.on || s_run_command != run_through_shell) {
         return;
     }
-    platform::c_call<int>(0, [&] {
+    no_throw(0, [&] {
         std::string command = list_command(check);
         if (s_memo.outputs.count(command) == 0) {
             CommandOutput out;
