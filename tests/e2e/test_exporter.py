@@ -114,6 +114,8 @@ def check_software(samples, rows):
         r = rows[int(index)]
         assert value == 1 and labels == {"index": index, "name": r[4].str, "version": r[8].str,
                                          "kind": r[3].text, "status": r[2].text}
+    assert series(samples, "temhostd_software_status") == {str(i): (
+        {"index": str(i), "name": r[4].str, "kind": r[3].text}, r[2].int) for i, r in rows.items()}
 
 
 def test_scrape_equals_snmp(bed, exporter):
