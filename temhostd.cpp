@@ -2,14 +2,17 @@
 // shutdown, module initialisation and the refresh timers.
 #include "temhostd.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
+#include <systemd/sd-daemon.h>
 #include <unistd.h>
 #include <vector>
 
@@ -107,13 +110,33 @@ static int UnlinkPidfile(const char *pidFile) {
     return unlink(pidFile);
 }
 
-static void stop_server(int) {
-    keep_running = 0;
+static void wake_main_loop(void) {
     if (s_wake_pipe[1] >= 0) {
         const int saved_errno = errno;
         ssize_t written = write(s_wake_pipe[1], "", 1);
         (void)written; // a full pipe already wakes the loop
         errno = saved_errno;
+    }
+}
+
+static void stop_server(int) {
+    keep_running = 0;
+    wake_main_loop();
+}
+
+// SIGHUP: the loop reopens the log file of -l (logrotate has moved it away)
+// and changes nothing else.
+static volatile sig_atomic_t s_reopen_log = 0;
+
+static void ask_log_reopen(int) {
+    s_reopen_log = 1;
+    wake_main_loop();
+}
+
+static void reopen_log_if_asked(void) {
+    if (s_reopen_log) {
+        s_reopen_log = 0;
+        netsnmp_logging_restart();
     }
 }
 
@@ -350,6 +373,95 @@ static int master_session_opened(int, int, void *, void *) {
     return SNMPERR_SUCCESS;
 }
 
+// While the master is away the library would warn at every reconnection
+// attempt. Instead one line when the session closes and one when a new one
+// opens, saying how long the subtree was gone.
+static bool s_master_away = false;
+static struct timespec s_master_lost_at;
+
+static int master_session_closed(int, int, void *, void *) {
+    if (!s_master_away) {
+        s_master_away = true;
+        clock_gettime(CLOCK_MONOTONIC, &s_master_lost_at);
+        snmp_log(LOG_WARNING, "Lost the AgentX connection to the master agent; reconnecting "
+                              "without further messages\n");
+    }
+    return SNMPERR_SUCCESS;
+}
+
+static int master_session_back(int, int, void *, void *) {
+    if (s_master_away) {
+        s_master_away = false;
+        struct timespec now;
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        const double away = static_cast<double>(now.tv_sec - s_master_lost_at.tv_sec) +
+                            static_cast<double>(now.tv_nsec - s_master_lost_at.tv_nsec) / 1e9;
+        snmp_log(LOG_INFO, "AgentX connection to the master agent is back after %.1f s away\n",
+                 away);
+    }
+    return SNMPERR_SUCCESS;
+}
+
+// The library also logs each loss and return itself, with no switch to turn
+// that off; those lines are dropped here, so the two above are the only ones.
+static bool is_library_connection_chatter(const char *line) {
+    static const char *const chatter[] = {"AgentX master disconnected us",
+                                          "AgentX master agent failed to respond to ping",
+                                          "AgentX subagent connected"};
+    for (const char *c : chatter) {
+        if (line && strstr(line, c)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+struct WrappedLogHandler {
+    netsnmp_log_handler *logh;
+    NetsnmpLogHandler *original;
+};
+static std::vector<WrappedLogHandler> s_wrapped_log_handlers;
+
+static int filtered_log_handler(netsnmp_log_handler *logh, int pri, const char *line) {
+    if (is_library_connection_chatter(line)) {
+        return 1;
+    }
+    for (const WrappedLogHandler &w : s_wrapped_log_handlers) {
+        if (w.logh == logh) {
+            return w.original(logh, pri, line);
+        }
+    }
+    return 0;
+}
+
+// Puts the filter in front of every log destination registered so far;
+// handlers already wrapped are left as they are.
+static void filter_connection_chatter(void) {
+    for (netsnmp_log_handler *logh = get_logh_head(); logh; logh = logh->next) {
+        if (logh->handler && logh->handler != filtered_log_handler) {
+            // A destination removed earlier may have left its address behind.
+            for (WrappedLogHandler &w : s_wrapped_log_handlers) {
+                if (w.logh == logh) {
+                    w.original = logh->handler;
+                }
+            }
+            if (std::none_of(s_wrapped_log_handlers.begin(), s_wrapped_log_handlers.end(),
+                             [logh](const WrappedLogHandler &w) { return w.logh == logh; })) {
+                s_wrapped_log_handlers.push_back({logh, logh->handler});
+            }
+            logh->handler = filtered_log_handler;
+        }
+    }
+}
+
+static void quiet_while_master_away(void) {
+    filter_connection_chatter();
+    snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP,
+                           master_session_closed, nullptr);
+    snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START,
+                           master_session_back, nullptr);
+}
+
 static void drain_wake_pipe(int fd, void *) {
     char buf[64];
     while (read(fd, buf, sizeof(buf)) > 0) {
@@ -372,7 +484,7 @@ static void close_wake_pipe(void) {
 }
 
 // From the end of the option scan until the handlers are in place a stop
-// signal is held pending instead of killing a daemon half started; once
+// (or HUP) signal is held pending instead of killing a daemon half started; once
 // they are installed it is delivered and ends the run cleanly. The
 // programs the daemon starts get an empty mask of their own.
 static void hold_stop_signals(int how) {
@@ -380,6 +492,7 @@ static void hold_stop_signals(int how) {
     sigemptyset(&stop);
     sigaddset(&stop, SIGTERM);
     sigaddset(&stop, SIGINT);
+    sigaddset(&stop, SIGHUP); // a log rotation during start-up must not kill it either
     sigprocmask(how, &stop, nullptr);
 }
 
@@ -394,8 +507,30 @@ static void install_signal_handlers(void) {
     // No SA_RESTART: the signal must interrupt the blocking wait of the loop.
     sigaction(SIGTERM, &sa, nullptr);
     sigaction(SIGINT, &sa, nullptr);
+    sa.sa_handler = ask_log_reopen;
+    sigaction(SIGHUP, &sa, nullptr);
     signal(SIGPIPE, SIG_IGN);
     hold_stop_signals(SIG_UNBLOCK);
+}
+
+// systemd's notification protocol (Type=notify). Without NOTIFY_SOCKET in
+// the environment every call here does nothing.
+static void send_watchdog_ping(unsigned int, void *) {
+    sd_notify(0, "WATCHDOG=1");
+}
+
+// Called once the subtree answers through the master. The watchdog ping is
+// an alarm of the main loop at half the interval systemd asks for, so a
+// loop stuck for longer than that interval stops pinging and is restarted.
+static void tell_systemd_ready(void) {
+    sd_notify(0, "READY=1");
+    uint64_t usec = 0;
+    if (sd_watchdog_enabled(0, &usec) > 0 && usec > 0) {
+        struct timeval half;
+        half.tv_sec = static_cast<time_t>(usec / 2 / 1000000);
+        half.tv_usec = static_cast<suseconds_t>(usec / 2 % 1000000);
+        snmp_alarm_register_hr(half, SA_REPEAT, send_watchdog_ping, nullptr);
+    }
 }
 
 int temhostd_main(int argc, char **argv) {
@@ -436,6 +571,7 @@ int temhostd_main(int argc, char **argv) {
 
     snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START,
                            master_session_opened, nullptr);
+    quiet_while_master_away();
     if (init_agent(APPL_NAME) != 0) {
         snmp_log(LOG_ERR, "%s", NO_MASTER_MESSAGE);
         exit(1);
@@ -445,13 +581,15 @@ int temhostd_main(int argc, char **argv) {
     // the master is back. Set after init_agent, which puts in its own
     // default of 15 seconds.
     set_agentx_interval(RECONNECT_SECONDS);
-    // A missing master is reported once, by the daemon's own line.
+    // The library's warning at every reconnection attempt is off: a missing
+    // master is reported by the daemon's own lines.
     netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_NO_CONNECTION_WARNINGS, 1);
     init_modules();
     keep_running = 1;
     // The library opens the AgentX session while it reads the configuration,
     // so only after init_snmp is it known whether a master answered.
     init_snmp(APPL_NAME);
+    filter_connection_chatter(); // destinations the configuration may have added
     if (!s_master_session_open) {
         snmp_log(LOG_ERR, "%s", NO_MASTER_MESSAGE);
         exit(1);
@@ -461,11 +599,14 @@ int temhostd_main(int argc, char **argv) {
     refresh_data();
     refresh_cpu_data();
     install_signal_handlers();
+    tell_systemd_ready();
 
     while (keep_running) {
         agent_check_and_process(1);
         netsnmp_check_outstanding_agent_requests();
+        reopen_log_if_asked();
     }
+    sd_notify(0, "STOPPING=1");
     close_wake_pipe();
 
     closeAgt();

@@ -117,6 +117,17 @@ static void report_unanswered_queries(void) {
         return;
     }
     s_timeout_reported = true;
+    if (local_query_uses_v3()) {
+        const char *user = netsnmp_ds_get_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_SECNAME);
+        snmp_log(LOG_ERR,
+                 "Local SNMP queries to the master agent get no answer, so the MIB status array "
+                 "is not updated: the master is not running or refuses the SNMPv3 user \"%s\". "
+                 "Check the defSecurityName, defSecurityLevel, defAuthType, defAuthPassphrase, "
+                 "defPrivType and defPrivPassphrase lines against the master's createUser and "
+                 "rouser lines.\n",
+                 user ? user : "");
+        return;
+    }
     const char *community = get_local_query_community();
     snmp_log(LOG_ERR,
              "Local SNMP queries to the master agent get no answer, so the MIB status array is "
@@ -159,10 +170,12 @@ void record_mib_status_array(char *mib_array) {
             name[s_enterprise_len + 3] = 0;
             long value = 0;
             const int result = s_query(name, name_len, &value);
-            if (result == LOCAL_QUERY_TIMED_OUT) {
+            if (result == LOCAL_QUERY_TIMED_OUT || result == LOCAL_QUERY_NOT_READY) {
                 // The master drops our requests (or is gone): every further
                 // query would wait as long, while no request is served.
-                report_unanswered_queries();
+                if (result == LOCAL_QUERY_TIMED_OUT) {
+                    report_unanswered_queries();
+                }
                 stopped = true;
                 break;
             }
@@ -179,15 +192,11 @@ void record_mib_status_array(char *mib_array) {
         }
     }
     set_mib_state();
-    if (stopped) {
-        // An incomplete rebuild says nothing about the overall condition:
-        // keep the last one, at least this agent's own state.
-        if (a[1] == 0) {
-            a[1] = static_cast<u_char>(mib_state & 0xFF);
-        }
-        return;
+    if (!stopped) {
+        s_timeout_reported = false;
     }
-    s_timeout_reported = false;
+    // Also after a rebuild that stopped: what answered now and the agent's
+    // own state, never the condition of an earlier rebuild.
     if (static_cast<unsigned long>(mib_state) > overall) {
         overall = static_cast<unsigned long>(mib_state);
     }

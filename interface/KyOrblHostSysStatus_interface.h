@@ -53,8 +53,9 @@ int set_mib_state(void);
 
 // Rebuilds the 256-octet array mib_array points to. A rebuild that starts
 // while another is running (a request handled during the other's queries)
-// does nothing, and one stops at its first query that times out; both keep
-// the entries the array had.
+// does nothing, and one stops at its first query that times out or finds
+// the configuration unread; both keep the entries the array had. The
+// overall condition comes from the answers of the rebuild that ran.
 void record_mib_status_array(char *mib_array);
 // 1 and 16 octets in retBuf when SMBIOS has a System Information UUID.
 int get_uuid(u_char *retBuf);

@@ -15,12 +15,30 @@ const char *get_local_query_community(void) {
     return s_community;
 }
 
+int local_query_uses_v3(void) {
+    return netsnmp_ds_get_int(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_SNMPVERSION) ==
+                   NETSNMP_DS_SNMP_VERSION_3
+               ? 1
+               : 0;
+}
+
 int snmp_check_oid_exists(const oid *oidstr, size_t oid_len, long *value) {
+    // Until then the operator's SNMPv3 defaults are unknown: a query would
+    // go out with the community and wait in vain on an SNMPv3-only master.
+    if (!netsnmp_ds_get_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_HAVE_READ_CONFIG)) {
+        return LOCAL_QUERY_NOT_READY;
+    }
     netsnmp_session session;
     snmp_sess_init(&session);
-    session.version = SNMP_VERSION_1;
-    session.community = reinterpret_cast<u_char *>(s_community);
-    session.community_len = strlen(s_community);
+    if (local_query_uses_v3()) {
+        // The operator's client defaults (defSecurityName, defAuthType,
+        // defAuthPassphrase, ...): snmp_open fills in what is left unset.
+        session.version = SNMP_VERSION_3;
+    } else {
+        session.version = SNMP_VERSION_1;
+        session.community = reinterpret_cast<u_char *>(s_community);
+        session.community_len = strlen(s_community);
+    }
     session.peername = const_cast<char *>("localhost");
     session.timeout = LOCAL_QUERY_TIMEOUT_USEC;
     session.retries = LOCAL_QUERY_RETRIES;
@@ -36,6 +54,8 @@ int snmp_check_oid_exists(const oid *oidstr, size_t oid_len, long *value) {
         netsnmp_pdu *response = nullptr;
         // Sends the request and frees it whatever happens.
         const int status = snmp_synch_response(ss, pdu, &response);
+        // An object nobody serves: SNMPv1 answers the error noSuchName,
+        // SNMPv3 an exception, which carries no value.
         if (status == STAT_SUCCESS && response && response->errstat == SNMP_ERR_NOERROR &&
             response->variables && response->variables->val.string) {
             // The objects queried are integers; any other value is read as

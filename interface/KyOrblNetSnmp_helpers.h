@@ -8,6 +8,7 @@
 
 // Results of one local query.
 enum {
+    LOCAL_QUERY_NOT_READY = -2,   // the configuration is not read yet: nothing sent
     LOCAL_QUERY_TIMED_OUT = -1,   // no answer within the time-out
     LOCAL_QUERY_NOT_ANSWERED = 0, // error status, empty answer, no session
     LOCAL_QUERY_ANSWERED = 1,     // the value was stored through value
@@ -25,8 +26,15 @@ enum {
 void set_local_query_community(const char *community);
 const char *get_local_query_community(void);
 
-// One SNMPv1 GET of the OID of oid_len sub-identifiers to the master agent
-// on this host (the library's default port), in a session of its own.
+// 1 when the operator's client defaults ask for SNMPv3 ("defVersion 3" in
+// snmp.conf or temhostd.conf): the local queries then use the default
+// user, level, protocols and pass phrases instead of the community. Known
+// only once the library has read the configuration.
+int local_query_uses_v3(void);
+
+// One GET (SNMPv1 with the community, or SNMPv3 as above) of the OID of
+// oid_len sub-identifiers to the master agent on this host (the library's
+// default port), in a session of its own.
 // Stores the first variable's value, read as a signed integer, through
 // value and returns LOCAL_QUERY_ANSWERED; otherwise one of the other results.
 int snmp_check_oid_exists(const oid *oidstr, size_t oid_len, long *value);

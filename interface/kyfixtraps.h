@@ -1,6 +1,7 @@
 // Trap-sink repair: the daemon sends its traps straight to the master
-// agent's "trapsink" and "trap2sink" destinations instead of handing them
-// to the master over the AgentX session.
+// agent's destinations ("trapsink", "trap2sink", "informsink" and
+// "trapsess" lines) instead of handing them to the master over the AgentX
+// session.
 #pragma once
 
 #include "interface/net_snmp.h"

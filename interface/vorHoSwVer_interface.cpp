@@ -4,8 +4,10 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <new>
+#include <strings.h>
 
 #include "interface/debug.h"
 #include "interface/row_index.h"
@@ -15,10 +17,9 @@
 #define SWVER_TOKEN "vorOrblFSinterface"
 
 // Buffers of the listing read: a first line of up to 255 characters, a
-// version line of up to 79, and the lines of the two check commands.
+// version line of up to 79; the check commands' lines are read in pieces.
 #define PKG_LINE_BUF 256
 #define PKG_VERSION_LINE_BUF 80
-#define CHECK_CMD_BUF 256
 #define CHECK_LINE_BUF 256
 
 vorHo_Swver_t *swVerList = nullptr;
@@ -98,32 +99,148 @@ const char *get_exe_name(const char *pkgName) {
     return nullptr;
 }
 
-// Runs one check pipeline (format with the executable name in place of its
-// %s) and looks for the name in its output: 2 found, 3 not found, 1 when
-// the command cannot be formed or started.
-static int run_check(const char *format, const char *command, const char *exe) {
-    char cmd[CHECK_CMD_BUF];
-    const int n = snprintf(cmd, sizeof(cmd), format, command, exe);
-    // A cut command line would run something else entirely.
-    if (n < 0 || static_cast<size_t>(n) >= sizeof(cmd)) {
-        return SWVER_STATUS_UNKNOWN;
+// ---------------------------------------------------------------------------
+// State checks. A package's daemon or driver module is looked for in the
+// output of "ps -aef" or "modinfo -w", as the lines that "| grep NAME" (and,
+// for processes, "| grep -v grep") would keep. Each list is taken once per
+// refresh, however many rows ask: one command instead of one pipeline per
+// row.
+
+enum { CHECK_NONE, CHECK_PROCESS, CHECK_MODULE };
+
+// Reads a started command's whole output, one string per line, and closes it.
+static bool read_output(platform::PopenStream &out, std::vector<std::string> *lines) {
+    if (!out.ok()) {
+        return false;
     }
-    platform::PopenStream check(cmd);
-    if (!check.ok()) {
-        return SWVER_STATUS_UNKNOWN;
-    }
-    // The output is read to its end even after a match: closed early, the
-    // pipeline's grep (SIGPIPE ignored, as inherited from the daemon) would
-    // write "Broken pipe" complaints into the daemon's log.
-    int status = SWVER_STATUS_STOPPED;
-    char line[CHECK_LINE_BUF];
-    while (check.read_line(line, sizeof(line))) {
-        if (strstr(line, exe)) {
-            status = SWVER_STATUS_RUNNING;
+    std::string line;
+    char chunk[CHECK_LINE_BUF];
+    while (out.read_line(chunk, sizeof(chunk))) {
+        line += chunk;
+        if (!line.empty() && line.back() == '\n') {
+            line.pop_back();
+            lines->push_back(std::move(line));
+            line.clear();
         }
     }
-    check.close();
-    return status;
+    if (!line.empty()) {
+        lines->push_back(std::move(line));
+    }
+    out.close();
+    return true;
+}
+
+static bool run_through_shell(const char *command, std::vector<std::string> *lines) {
+    platform::PopenStream out(command);
+    return read_output(out, lines);
+}
+
+static swver_command_fn s_run_command = run_through_shell;
+
+void set_swver_command_runner(swver_command_fn run) {
+    s_run_command = run ? run : run_through_shell;
+}
+
+namespace {
+
+// One command's answer: whether it ran, and its lines.
+struct CommandOutput {
+    bool ran = false;
+    std::vector<std::string> lines;
+    std::unique_ptr<platform::PopenStream> ahead; // started, not read yet
+};
+
+// The outputs taken during the current refresh, by command. Outside a
+// refresh nothing is kept and every check runs its command.
+struct CheckMemo {
+    bool on = false;
+    std::map<std::string, CommandOutput> outputs;
+};
+CheckMemo s_memo;
+
+// Keeps the outputs for one refresh and forgets them at its end.
+struct MemoScope {
+    MemoScope() {
+        s_memo.outputs.clear();
+        s_memo.on = true;
+    }
+    ~MemoScope() {
+        s_memo.on = false;
+        s_memo.outputs.clear();
+    }
+    MemoScope(const MemoScope &) = delete;
+    MemoScope &operator=(const MemoScope &) = delete;
+};
+
+} // namespace
+
+static int look_in(const CommandOutput &out, int check, const char *exe) {
+    if (!out.ran) {
+        return SWVER_STATUS_UNKNOWN;
+    }
+    for (const std::string &line : out.lines) {
+        if (strstr(line.c_str(), exe) &&
+            (check != CHECK_PROCESS || !strstr(line.c_str(), "grep"))) {
+            return SWVER_STATUS_RUNNING;
+        }
+    }
+    return SWVER_STATUS_STOPPED;
+}
+
+// The checks run inside the library's callbacks: memory running out while
+// a list is held reads as "cannot tell".
+template <typename F> static int no_throw(int on_failure, F &&body) noexcept {
+    try {
+        return body();
+    } catch (...) {
+        return on_failure;
+    }
+}
+
+static std::string list_command(int check) {
+    return check == CHECK_MODULE ? std::string(platform::modinfo_path()) + " -w"
+                                 : std::string(platform::ps_path()) + " -aef";
+}
+
+// 2 when exe is in the process (or module) list, 3 when not, 1 when the
+// list cannot be had.
+static int look_for(int check, const char *exe) {
+    return no_throw(SWVER_STATUS_UNKNOWN, [&] {
+        std::string command = list_command(check);
+        if (s_memo.on) {
+            auto at = s_memo.outputs.find(command);
+            if (at == s_memo.outputs.end()) {
+                CommandOutput out;
+                out.ran = s_run_command(command.c_str(), &out.lines);
+                at = s_memo.outputs.emplace(std::move(command), std::move(out)).first;
+            } else if (at->second.ahead) {
+                at->second.ran = read_output(*at->second.ahead, &at->second.lines);
+                at->second.ahead.reset();
+            }
+            return look_in(at->second, check, exe);
+        }
+        CommandOutput out;
+        out.ran = s_run_command(command.c_str(), &out.lines);
+        return look_in(out, check, exe);
+    });
+}
+
+// Starts a list command that the watch list will ask for before the package
+// listing, so that both run at once; its output is read at the first check.
+// A test's runner answers at once and is left to do so.
+static void start_ahead(int check) {
+    if (!s_memo.on || s_run_command != run_through_shell) {
+        return;
+    }
+    no_throw(0, [&] {
+        std::string command = list_command(check);
+        if (s_memo.outputs.count(command) == 0) {
+            CommandOutput out;
+            out.ahead.reset(new platform::PopenStream(command.c_str()));
+            s_memo.outputs.emplace(std::move(command), std::move(out));
+        }
+        return 0;
+    });
 }
 
 int IsProcessRunning(const char *pkgname) {
@@ -131,7 +248,7 @@ int IsProcessRunning(const char *pkgname) {
     if (!exe) {
         return SWVER_STATUS_UNKNOWN;
     }
-    return run_check("%s -aef | grep %s |grep -v grep", platform::ps_path(), exe);
+    return look_for(CHECK_PROCESS, exe);
 }
 
 int IsDriverLoaded(const char *pkgname) {
@@ -142,7 +259,7 @@ int IsDriverLoaded(const char *pkgname) {
     if (is_user_mode_drv(pkgname)) {
         return IsProcessRunning(pkgname);
     }
-    return run_check("%s -w |grep %s", platform::modinfo_path(), exe);
+    return look_for(CHECK_MODULE, exe);
 }
 
 int get_current_status(int type, const char *name) {
@@ -262,59 +379,237 @@ static void parse_version(char *line, char *version) {
     version[SWVER_VERSION_SIZE - 1] = '\0';
 }
 
+// The description starts after the word at from and the blanks behind it;
+// the line end stays with it when it fits.
+static void describe(swver_t *record, const char *from) {
+    while (*from && !is_blank(*from)) {
+        ++from;
+    }
+    if (*from) {
+        while (is_blank(*from)) {
+            ++from;
+        }
+        strncpy(record->description, from, SWVER_DESC_SIZE - 1);
+    }
+}
+
+// Reads the package's second line into line and takes the version from it;
+// false at the end of input.
+static bool read_version(FILE *fp, char *line, swver_t *record) {
+    if (!read_listing_line(fp, line, PKG_VERSION_LINE_BUF)) {
+        return false;
+    }
+    const size_t len = strlen(line);
+    if (len > 0 && line[len - 1] == '\n') {
+        line[len - 1] = '\0';
+    }
+    parse_version(line, record->version);
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// The operator's watch list
+
+namespace {
+
+struct WatchLine {
+    int type;
+    int check; // CHECK_*
+    std::string prefix;
+    std::string exe;
+};
+std::vector<WatchLine> s_watch;
+
+// A watched package's row, kept until the filters' rows are all in.
+struct WatchedRow {
+    std::unique_ptr<swver_t> record;
+    const WatchLine *watch;
+};
+
+} // namespace
+
+static const WatchLine *watch_for(const char *name) {
+    for (const WatchLine &w : s_watch) {
+        if (has_prefix(name, w.prefix.c_str())) {
+            return &w;
+        }
+    }
+    return nullptr;
+}
+
+// A first line the filters left out: when the package is watched, its row
+// (both lines read) goes to watched.
+static void take_watched(FILE *fp, char *line, std::vector<WatchedRow> &watched) {
+    if (is_blank(line[0])) {
+        return; // a second line read on its own
+    }
+    char name[SWVER_NAME_MAX + 1];
+    first_word(line, name);
+    const WatchLine *watch = watch_for(name);
+    if (!watch) {
+        return;
+    }
+    std::unique_ptr<swver_t> record(new (std::nothrow) swver_t());
+    if (!record) {
+        return;
+    }
+    describe(record.get(), line);
+    record->type = watch->type;
+    strncpy(record->name, name, SWVER_NAME_SIZE - 1);
+    if (!read_version(fp, line, record.get())) {
+        return;
+    }
+    try {
+        watched.push_back(WatchedRow{std::move(record), watch});
+    } catch (const std::bad_alloc &) {
+        // left out of this rebuild, as a record that cannot be allocated
+    }
+}
+
+static int watch_status(const WatchLine &watch) {
+    return watch.check == CHECK_NONE ? SWVER_STATUS_UNKNOWN
+                                     : look_for(watch.check, watch.exe.c_str());
+}
+
+static int kind_from(const char *word) {
+    static const struct {
+        const char *name;
+        int type;
+    } names[] = {{"driver", SWVER_TYPE_DRIVER},
+                 {"agent", SWVER_TYPE_AGENT},
+                 {"utility", SWVER_TYPE_UTILITY},
+                 {"application", SWVER_TYPE_APPLICATION}};
+    if (word[0] >= '1' && word[0] <= '5' && word[1] == '\0') {
+        return word[0] - '0';
+    }
+    for (const auto &n : names) {
+        if (strcasecmp(word, n.name) == 0) {
+            return n.type;
+        }
+    }
+    return 0;
+}
+
+// The next word of the line (quotes as the library reads them), or an
+// empty word at its end.
+static char *next_word(char *from, char (&word)[SWVER_VALUE_BUF]) {
+    word[0] = '\0';
+    return from && *from ? copy_nword(from, word, sizeof(word)) : nullptr;
+}
+
+// Reported with the file and line number the library is reading.
+static void watch_error(const char *token, const char *line, const char *what,
+                        const char *word = nullptr, const char *hint = "") {
+    char msg[SWVER_VALUE_BUF * 3];
+    if (word) {
+        snprintf(msg, sizeof(msg), "%s %s: %s \"%s\"%s", token, line, what, word, hint);
+    } else {
+        snprintf(msg, sizeof(msg), "%s %s: %s", token, line, what);
+    }
+    config_perror(msg);
+}
+
+void parse_softwareWatch(const char *token, char *line) {
+    if (!token || !line) {
+        return;
+    }
+    char kind[SWVER_VALUE_BUF], prefix[SWVER_VALUE_BUF], check[SWVER_VALUE_BUF],
+        exe[SWVER_VALUE_BUF], extra[SWVER_VALUE_BUF];
+    char *rest = next_word(line, kind);
+    rest = next_word(rest, prefix);
+    rest = next_word(rest, check);
+    rest = next_word(rest, exe);
+    next_word(rest, extra);
+    const int type = kind_from(kind);
+    if (type == 0) {
+        return watch_error(token, line, "unknown kind", kind,
+                           " (1 to 5, driver, agent, utility or application)");
+    }
+    if (!prefix[0]) {
+        return watch_error(token, line, "missing package prefix");
+    }
+    if (strlen(prefix) > SWVER_NAME_MAX) {
+        return watch_error(token, line, "package prefix longer than a package name");
+    }
+    int how = CHECK_NONE;
+    if (strcmp(check, "process") == 0) {
+        how = CHECK_PROCESS;
+    } else if (strcmp(check, "module") == 0) {
+        how = CHECK_MODULE;
+    } else if (check[0]) {
+        return watch_error(token, line, "unknown check", check, " (process NAME or module NAME)");
+    }
+    if (how != CHECK_NONE && !exe[0]) {
+        return watch_error(token, line, "missing name after", check);
+    }
+    if (extra[0]) {
+        return watch_error(token, line, "unexpected word", extra);
+    }
+    try {
+        s_watch.push_back(WatchLine{type, how, prefix, exe});
+    } catch (const std::bad_alloc &) {
+        return watch_error(token, line, "out of memory");
+    }
+    VOR_DEBUG(SWVER_TOKEN, "watching packages %s (kind %d)\n", prefix, type);
+}
+
+void free_softwareWatch(void) {
+    s_watch.clear();
+}
+
+// ---------------------------------------------------------------------------
+// Rebuild
+
 void read_pkg_listing(FILE *fp, swver_status_fn status_of) {
     if (swVerList) {
         cleanup_swver_list();
     }
+    std::vector<WatchedRow> watched;
     char line[PKG_LINE_BUF];
     while (read_listing_line(fp, line, sizeof(line))) {
         const char *hit = strstr(line, "KYQ");
         if (!hit) {
             hit = strstr(line, "VOR");
         }
-        if (!hit) {
-            continue;
-        }
         char name[SWVER_NAME_MAX + 1];
-        first_word(line, name);
-        const int type = is_eligible_pkg(name);
+        int type = 0;
+        if (hit) {
+            first_word(line, name);
+            type = is_eligible_pkg(name);
+        }
         if (type == 0) {
+            if (!s_watch.empty()) {
+                take_watched(fp, line, watched);
+            }
             continue;
         }
         std::unique_ptr<swver_t> record(new (std::nothrow) swver_t());
         if (!record) {
             continue;
         }
-        // The description starts after the word that holds the match and the
-        // blanks behind it; the line end stays with it when it fits.
-        const char *desc = hit;
-        while (*desc && !is_blank(*desc)) {
-            ++desc;
-        }
-        if (*desc) {
-            while (is_blank(*desc)) {
-                ++desc;
-            }
-            strncpy(record->description, desc, SWVER_DESC_SIZE - 1);
-        }
+        // The text after the word that holds the match.
+        describe(record.get(), hit);
         record->type = type;
         record->status = status_of(type, name);
         strncpy(record->name, name, SWVER_NAME_SIZE - 1);
-
-        if (!read_listing_line(fp, line, PKG_VERSION_LINE_BUF)) {
+        if (!read_version(fp, line, record.get())) {
             break; // a package cut off after its first line is dropped
         }
-        const size_t len = strlen(line);
-        if (len > 0 && line[len - 1] == '\n') {
-            line[len - 1] = '\0';
-        }
-        parse_version(line, record->version);
-
         if (g_NextIndex < 0 || g_NextIndex >= SWVER_MAX_ROWS) {
             break;
         }
         if (HostOsSwEntry_new(record.get())) {
             record.release(); // the list owns it now
+        }
+    }
+    // The watched packages follow, within the same 100 rows.
+    for (WatchedRow &row : watched) {
+        if (g_NextIndex < 0 || g_NextIndex >= SWVER_MAX_ROWS) {
+            break;
+        }
+        row.record->status = watch_status(*row.watch);
+        if (HostOsSwEntry_new(row.record.get())) {
+            row.record.release();
         }
     }
     SyncAlteredList();
@@ -327,6 +622,12 @@ int populate_SwVerEntries(void) {
         errno = ENAMETOOLONG;
         perror("popen pkginfo");
         return 0;
+    }
+    const MemoScope memo;
+    for (const WatchLine &watch : s_watch) {
+        if (watch.check != CHECK_NONE) {
+            start_ahead(watch.check);
+        }
     }
     platform::PopenStream listing(cmd);
     if (!listing.ok()) {
@@ -345,13 +646,14 @@ int refresh_SwverLoad_CB(void) {
     return populate_SwVerEntries() != 0 ? 1 : 0;
 }
 
+// Through the row index rather than along the list: every GET of a walk
+// looks its row up here.
 static swver_t *find_row(int index) {
-    for (vorHo_Swver_t *node = swVerList; node; node = node->next) {
-        if (node->vorSwverEntry->index == index) {
-            return node->vorSwverEntry;
-        }
+    if (index <= 0) {
+        return nullptr;
     }
-    return nullptr;
+    vorHo_Swver_t *node = swver_row_from(static_cast<unsigned long>(index));
+    return node && node->vorSwverEntry->index == index ? node->vorSwverEntry : nullptr;
 }
 
 template <size_t N> static void copy_text_out(void *dest, const char (&field)[N]) {

@@ -6,6 +6,7 @@
 #include "mib-extns/mib_registration.h"
 #include "mib-extns/object_map.h"
 #include "mib-extns/vorMeMibGroup.h"
+#include "temhostd.h"
 
 #define SWVER_TABLE_TOKEN "vorHoSwVerTable:initialize_table_vorHoSwVerTable"
 
@@ -28,6 +29,9 @@ static void rebuild_if_due(void) {
 
 void init_vorHoSwVerTable(void) {
     initialize_table_vorHoSwVerTable();
+    // The operator's watch list, from the daemon's configuration file.
+    register_config_handler(APPL_NAME, SWVER_WATCH_TOKEN, parse_softwareWatch, free_softwareWatch,
+                            SWVER_WATCH_HELP);
 }
 
 void initialize_table_vorHoSwVerTable(void) {

@@ -15,8 +15,22 @@ add_custom_command(
   DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian
   VERBATIM)
 add_custom_target(temhostd_changelog ALL DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz)
+add_custom_command(
+  OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/README.md.gz
+  COMMAND gzip -9nc ${CMAKE_SOURCE_DIR}/README.md > ${CMAKE_CURRENT_BINARY_DIR}/README.md.gz
+  DEPENDS ${CMAKE_SOURCE_DIR}/README.md
+  VERBATIM)
+add_custom_target(temhostd_readme ALL DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/README.md.gz)
 install(FILES ${deb_dir}/copyright ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz
-  DESTINATION ${deb_doc_dir})
+  ${CMAKE_CURRENT_BINARY_DIR}/README.md.gz DESTINATION ${deb_doc_dir})
+# The exporter module and the rules, uncompressed so that they copy as they are.
+file(GLOB prometheus_files CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/contrib/prometheus/*.yml)
+install(FILES ${prometheus_files} DESTINATION ${deb_doc_dir}/examples)
+foreach(mib ${TEMHOSTD_BASE_MIB_FILES})
+  if(NOT EXISTS ${mib})
+    message(FATAL_ERROR "${mib} is missing: run scripts/base-mibs.sh ${TEMHOSTD_BASE_MIBS}")
+  endif()
+endforeach()
 install(FILES ${deb_dir}/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
   RENAME temhostd)
 

@@ -35,10 +35,11 @@ PERSIST_FILE, PID_FILE = "/var/sma_snmp/temhostd.conf", "/var/run/temhostd.pid"
 SAVED_COPY = PERSIST_FILE + ".saf"
 
 # The trap receiver logs one line per trap: "TRAP|version|enterprise|generic|
-# specific|" then the bindings "oid = TYPE: value" joined by "~" (version 0
-# is SNMPv1, 1 SNMPv2c). TRAP_SINKS makes it the master's destination.
+# specific|wrapper|" then the bindings "oid = TYPE: value" joined by "~"
+# (version 0 is SNMPv1, 1 SNMPv2c, 3 SNMPv3; the wrapper names the PDU type
+# and the community or user). TRAP_SINKS makes it the master's destination.
 TRAP_LOG = "/var/log/traps.log"
-TRAP_FORMAT = "TRAP|%s|%N|%w|%q|%V~%v\\n"
+TRAP_FORMAT = "TRAP|%s|%N|%w|%q|%P|%V~%v\\n"
 TRAP_SINKS = "trapsink 127.0.0.1 {c}\ntrap2sink 127.0.0.1 {c}\n".format(c=RO_COMMUNITY)
 
 
@@ -50,6 +51,28 @@ def wait_for(predicate, timeout=10.0, interval=0.1, what="condition"):
             return result
         time.sleep(interval)
     raise AssertionError("timed out waiting for " + what)
+
+
+def check_walk_rebuilds(interval, change, shows):
+    """Walks rebuild a list at most every `interval` s: change(n) makes
+    change n (0, then 1), shows(n) walks and tells whether it shows. After
+    each change, a walk every half second until one shows. The walk showing
+    change 0 rebuilt the list; in the daemon's whole seconds, change 1 then
+    shows more than interval - 1 s after that walk began, and at the first
+    walk begun interval s after it ended."""
+    walks = ([], [])  # (start, end, shown) of each walk after change n
+    for n, after in enumerate(walks):
+        change(n)
+        deadline = time.monotonic() + interval + 30
+        while not after or not after[-1][2]:
+            assert time.monotonic() < deadline, "change %d never shows" % n
+            time.sleep(0.5 if after else 0)
+            start = time.monotonic()
+            shown = shows(n)
+            after.append((start, time.monotonic(), shown))
+    start, end, _ = walks[0][-1]
+    assert walks[1][-1][1] - start > interval - 1, "rebuilt too soon"
+    assert all(s < end + interval for s, _, _ in walks[1][:-1]), "rebuild overdue"
 
 
 def catches_stop_signals(pid):
@@ -104,7 +127,9 @@ def parse_values(output):
 
 
 def tool(cmd, *args, community=RO_COMMUNITY, version="2c", timeout=30):
-    argv = [cmd, "-v", version, "-c", community, "-On", "-Oe", "-t", "3", "-r", "1", *args]
+    """community None: the client defaults of /etc/snmp/snmp.conf (SNMPv3, say)."""
+    auth = ["-v", version, "-c", community] if community else []
+    argv = [cmd, *auth, "-On", "-Oe", "-t", "3", "-r", "1", *args]
     proc = subprocess.run(argv, capture_output=True, text=True, timeout=timeout,
                           env=dict(os.environ, MIBS=""))
     out = proc.stdout + proc.stderr
@@ -224,11 +249,12 @@ class Bed:
         wait_for(lambda: os.path.exists("/var/agentx/master") and answers(),
                  what="the master agent")
 
-    def start_trap_receiver(self, *options, log=TRAP_LOG):
-        """snmptrapd on 127.0.0.1:162 taking every community; options replace
-        the numeric one-line format that traps() reads."""
+    def start_trap_receiver(self, *options, log=TRAP_LOG, conf=""):
+        """snmptrapd on 127.0.0.1:162 taking every community (conf: more
+        lines for its configuration); options replace the numeric one-line
+        format that traps() reads."""
         with open("/etc/snmp/snmptrapd.conf", "w") as f:
-            f.write("disableAuthorization yes\n")
+            f.write("disableAuthorization yes\n" + conf)
         self.trap_receiver = Process(
             ["/usr/sbin/snmptrapd", "-f", "-C", "-c", "/etc/snmp/snmptrapd.conf", "-Lf", log,
              "-p", "/run/snmptrapd.pid", *(options or ["-On", "-F", TRAP_FORMAT]),
@@ -237,17 +263,26 @@ class Bed:
                  what="the trap receiver")
 
     def traps(self):
-        """[(version, enterprise, generic, specific, [(oid, value text)...])]
-        in order of arrival."""
+        """[(version, enterprise, generic, specific, [(oid, value text)...],
+        wrapper)] in order of arrival."""
         out = []
         for line in open(TRAP_LOG, errors="replace").read().split("\n"):
             if line.startswith("TRAP|"):
-                _, version, enterprise, generic, specific, rest = line.split("|", 5)
+                _, version, enterprise, generic, specific, wrapper, rest = line.split("|", 6)
                 binds = [(o.strip().lstrip("."), v) for o, v in
                          (b.split(" = ", 1) for b in rest.split("~") if " = " in b)]
                 out.append((int(version), enterprise.lstrip("."), generic,
-                            specific.lstrip("."), binds))
+                            specific.lstrip("."), binds, wrapper))
         return out
+
+    def freeze(self, *paths):
+        """Binds a copy of each /proc file over it: its figures stop moving."""
+        for path in paths:
+            copy = "/run/frozen-" + os.path.basename(path)
+            with open(path) as src, open(copy, "w") as dst:
+                dst.write(src.read())
+            subprocess.run(["mount", "--bind", copy, path], check=True)
+            self.mounts.append(path)
 
     def write_persistent(self, text):
         os.makedirs("/var/sma_snmp", exist_ok=True)

@@ -1,7 +1,9 @@
 #!/bin/sh
 # Runs end-to-end tests in a private copy of this host (see
 # scripts/in-private-host.sh); each test then mounts fresh tmpfs on the
-# directories the daemon and the master write (conftest.py).
+# directories the daemon and the master write (conftest.py). The tests get
+# a process table of their own too: ps, as the daemon's package checks run
+# it, sees no process of another run (a concurrent run's tarnd, say).
 #
 # Usage: tests/e2e/run.sh BUILD_DIR [pytest arguments...]   (as root)
 set -eu
@@ -10,5 +12,5 @@ build_dir=$(cd "$1" && pwd)
 shift
 cd "$here"
 exec env TEMHOSTD_BUILD="$build_dir" MIBS= PYTHONDONTWRITEBYTECODE=1 \
-    "$here/../../scripts/in-private-host.sh" \
+    "$here/../../scripts/in-private-host.sh" unshare --pid --mount-proc --kill-child -- \
     /usr/bin/python3 -m pytest -p no:cacheprovider -q "$@"

@@ -3,6 +3,7 @@
 
 import os
 import signal
+import socket
 import time
 
 from conftest import (DAEMON, PERSIST_FILE, PID_FILE, ROOT, SAVED_COPY, catches_stop_signals,
@@ -46,13 +47,15 @@ def test_polling_on_one_refresh_alarm_and_the_stored_period(bed):
     assert "tmpfs On /mnt/late" not in fs_names(), "with polling on, walks never rebuild"
     set_((POLL, "i", 5))
     set_((POLL, "i", 900))
+    seven = time.monotonic()
     set_((POLL, "i", 7))
     assert get(POLL).int == 7
-    # Exactly one refresh alarm: over 8 s a 7 s period refreshes once; the
-    # 5 s alarm, had it been left, would add one.
-    before = d.output().count("refreshing data")
-    time.sleep(8)
-    assert d.output().count("refreshing data") - before == 1
+    # Exactly one refresh alarm: the first refresh comes 7 s after the SET,
+    # alone; the 5 s alarm, had it been left, would come sooner.
+    refreshes = lambda: d.output().count("refreshing data")
+    before = refreshes()
+    wait_for(lambda: refreshes() > before, timeout=30, what="the refresh")
+    assert time.monotonic() - seven > 7 and refreshes() == before + 1
     assert "tmpfs On /mnt/late" in fs_names(), "the timer rebuilt the tables"
     set_((POLL, "i", 30))
     d.stop()
@@ -97,16 +100,21 @@ def test_second_instance_is_refused_and_sigint_stops_cleanly(bed):
     assert not os.path.exists("/var/log/snmpd.log") and "Starting" not in first.output()
 
 
-def test_foreign_options_go_to_the_library_and_the_scan_ends(bed):
+def test_foreign_options_go_to_the_library_and_hup_reopens_the_log(bed):
     bed.start_master()
     # unknown letters, library options with arguments, grouped letters and a
     # huge -c: the daemon starts and serves, nothing hangs
     d = bed.start_daemon("-Q", "-d", "-D", "vorHostd,vorMeMibRevMajor", "-x", "DES", "-Tl",
                          "-c", "x" * 10240, "-Z")
     assert get(ROOT + ".1.2.0").int == 26
+    os.rename("/var/log/snmpd.log", "/var/log/snmpd.log.1")  # as logrotate does
+    d.proc.send_signal(signal.SIGHUP)  # reopens the log file, changes nothing else
+    wait_for(lambda: os.path.exists("/var/log/snmpd.log"), what="the log file reopened")
+    assert get(ROOT + ".1.2.0").int == 26 and open(PID_FILE).read() == "%d\n" % d.pid
     d.stop()
-    assert "vorHostd: refreshing data" in open("/var/log/snmpd.log").read(), \
+    assert "vorHostd: refreshing data" in open("/var/log/snmpd.log.1").read(), \
         "-D after an unknown option still took effect (-l logs to the file)"
+    assert "Stopping" in open("/var/log/snmpd.log").read()
     status, _, err = bed.run_daemon("-V")  # the library's own version request
     assert status == 0 and "NET-SNMP version" in err
 
@@ -137,3 +145,20 @@ def test_a_stop_signal_at_any_moment_of_start_up_stops_cleanly(bed):
         assert ("Stopping %s\n" % BANNER) in d.output(), moment
         assert os.path.exists(PERSIST_FILE), "the final store ran"
         assert not os.path.exists(PID_FILE) and not os.path.exists(SAVED_COPY), moment
+
+
+def test_systemd_hears_ready_once_the_objects_answer_then_watchdog_and_stopping(bed):
+    bed.start_master()
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sock:  # systemd's side
+        sock.bind("/run/notify")
+        sock.settimeout(20)
+        d = bed.start_daemon(wait=False, wrapper=(
+            "env", "NOTIFY_SOCKET=/run/notify", "WATCHDOG_USEC=2000000"))
+        assert sock.recv(256) == b"READY=1"
+        assert bed.daemon_answers(d), "READY=1 only once the objects answer"
+        ready = time.monotonic()
+        assert [sock.recv(256) for _ in range(3)] == [b"WATCHDOG=1"] * 3
+        assert 2.5 < time.monotonic() - ready < 5, "a ping at half the 2 s asked for"
+        d.proc.send_signal(signal.SIGTERM)
+        while sock.recv(256) != b"STOPPING=1":  # a ping may come first; none: time-out
+            pass

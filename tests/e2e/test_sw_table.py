@@ -1,21 +1,26 @@
 """The software version table through a real master: rows from a fixture
 package database, package states from the process and module lists, the
-SET matrix, operator edits across rebuilds and restarts, and when the
-listing is read. This kernel has no loadable modules, so a driver module
-reads as not loaded; a listed module is covered by the unit tests."""
+SET matrix, operator edits across rebuilds and restarts, when the listing
+is read, and the operator's watch list. This kernel has no loadable
+modules, so a driver module reads as not loaded unless a test puts a module
+list in place."""
 
+import os
 import shutil
-import time
+import subprocess
 
 import pytest
 
-from conftest import ROOT, Process, get, getnext, set_, set_error, table_rows, wait_for
+from conftest import (ROOT, Process, check_walk_rebuilds, get, getnext, set_, set_error,
+                      table_rows, wait_for)
 
 TABLE = ROOT + ".2.7.2"
 ENTRY = TABLE + ".1"
 DPKG_STATUS = "/var/lib/dpkg/status"
 WORKED_EXAMPLE = ("KYQtem", "Host agent for the platform", "7.9.0,REV=2007.11.15")
 LISTING_READ = "refresh_refresh_SwverLoad_CB: Enter"
+PACKAGED_CONF = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "packaging",
+                             "temhostd.conf")
 
 
 @pytest.fixture(autouse=True)
@@ -109,13 +114,10 @@ def test_polling_off_walks_rebuild_at_most_every_fifteen_seconds(bed):
     write_db(("libfoo", "nothing of ours", "1.0"))
     bed.start_master()
     bed.start_daemon()
-    rebuilt = time.monotonic()  # the last rebuild: at start-up, or by the walk below
     assert not getnext(TABLE).oid.startswith(TABLE + "."), "an empty table"
-    write_db(("KYQvane", "a", "1"))
-    time.sleep(max(0.0, rebuilt + 13.5 - time.monotonic()))
-    assert names() == {}
-    time.sleep(max(0.0, rebuilt + 15.5 - time.monotonic()))
-    assert names() == {1: "KYQvane"}
+    dbs = [[("KYQvane", "a", "1")], [("KYQvane", "a", "1"), ("KYQsorrel", "b", "1")]]
+    check_walk_rebuilds(15, lambda n: write_db(*dbs[n]),
+                        lambda n: list(names().values()) == [p[0] for p in dbs[n]])
 
 
 def test_polling_on_walks_never_read_the_listing_and_rows_stop_at_a_hundred(bed):
@@ -129,3 +131,35 @@ def test_polling_on_walks_never_read_the_listing_and_rows_stop_at_a_hundred(bed)
     write_db(("KYQother", "a", "1"))
     assert names() == first and names() == first
     assert daemon.output().count(LISTING_READ) == 1, "only the start-up refresh"
+
+
+def test_watch_list_from_the_packaged_file_and_bad_lines(bed):
+    write_db(("temhostd", "host agent", "1.0-1"), ("snmpd", "SNMP agent", "5.9.3+dfsg-2"),
+             ("sleeper", "never runs", "2.0"), ("dummy-dkms", "a module", "3.0"),
+             ("KYQvane", "VOR utility", "4.0"), ("other", "not watched", "1.0"))
+    with open(PACKAGED_CONF) as f:
+        packaged = f.read()
+    bad = ["7 sleeper", "agent", "3 sleeper pid 1"]  # kind, prefix, check word
+    with open("/etc/snmp/temhostd.conf", "w") as f:
+        f.write(packaged + "".join("softwareWatch %s\n" % b for b in bad) +
+                "softwareWatch 4 sleeper process nosuchdaemon\n"
+                "softwareWatch driver dummy module dummymod\nsoftwareWatch 1 KYQ\n")
+    # A module list holding dummymod, in place of the stand-in (this kernel
+    # has none); the bed's private mount namespace keeps it from the host.
+    modinfo = os.path.join(os.environ["TEMHOSTD_BUILD"], "libexec", "temhostd", "modinfo")
+    with open("/tmp/modinfo", "w") as f:
+        f.write("#!/bin/sh\necho ' Id Loadaddr   Size Info Rev Module Name'\n"
+                "echo '  1 c0a00000  f5000    -   1  dummymod (dummymod)'\n")
+    os.chmod("/tmp/modinfo", 0o755)
+    subprocess.run(["mount", "--bind", "/tmp/modinfo", modinfo], check=True)
+    bed.mounts.append(modinfo)
+    bed.start_master()
+    daemon = bed.start_daemon()
+    rows = [(c[4].str, c[3].int, c[2].int, c[8].str) for _, c in sorted(table_rows(ENTRY).items())]
+    assert rows == [("KYQvane", 4, 1, "4.0"), ("temhostd", 3, 2, "1.0-1"),
+                    ("snmpd", 5, 2, "5.9.3+dfsg"), ("sleeper", 4, 3, "2.0"),
+                    ("dummy-dkms", 2, 2, "3.0")]
+    first = packaged.count("\n") + 1
+    for n, line in enumerate(bad, first):
+        assert daemon.output().count("/etc/snmp/temhostd.conf: line %d: Error: softwareWatch %s:"
+                                     % (n, line)) == 1, daemon.output()

@@ -20,6 +20,7 @@ for cmd in svcs psrinfo pkginfo modinfo; do want /usr/local/libexec/temhostd/$cm
 want /usr/local/share/man/man8/temhostd.8.gz
 want /usr/local/lib/systemd/system/temhostd.service
 want /etc/snmp/snmpd.conf.d/temhostd.conf
+want /etc/snmp/temhostd.conf
 for mib in "$src"/mibs/*.txt; do
     [ ! -e "$mib" ] || want /usr/local/share/snmp/mibs/"$(basename "$mib")"
 done

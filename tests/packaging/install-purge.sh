@@ -4,10 +4,13 @@
 # installs it, the unit verifies and is enabled, Debian's snmpd started as
 # its unit starts it, from its default snmpd.conf verbatim plus our drop-in,
 # serves the daemon started as our unit starts it; the daemon's own query
-# (SNMPv1, community meadow, 127.0.0.1) reads the subtree and nothing else;
-# the documented one-line change lets "public" walk it; a stop signal ends
-# the daemon with a status the unit counts as success; apt-get remove keeps
-# the configuration and masks the unit; apt-get purge leaves nothing behind.
+# (SNMPv1, community meadow, 127.0.0.1) reads the subtree and nothing else,
+# also after snmpd rereads its configuration as its own group; the
+# documented one-line change lets "public" walk it; the README's command
+# line for names works with no snmp-mibs-downloader; a stop signal ends the
+# daemon with a status the unit counts as success; apt-get remove keeps the
+# configuration and masks the unit; apt-get purge leaves nothing behind and
+# the running snmpd no longer knows the community meadow.
 #
 # Usage: tests/packaging/install-purge.sh DEB_DIR   (as root)
 set -eu
@@ -74,6 +77,8 @@ conf_md5=$(dpkg-query -W -f='${Conffiles}\n' snmpd | awk '$1 == "/etc/snmp/snmpd
 [ "$(md5sum </etc/snmp/snmpd.conf | cut -d' ' -f1)" = "$conf_md5" ] ||
     fail "/etc/snmp/snmpd.conf differs from the one snmpd shipped"
 grep -q '^master  *agentx' /etc/snmp/snmpd.conf || fail "Debian's snmpd.conf lacks master agentx"
+! dpkg-query -W -f='${db:Status-Status}\n' snmp-mibs-downloader 2>/dev/null | grep -qx installed ||
+    fail "snmp-mibs-downloader is installed: the names test needs a host without it"
 
 snapshot >/run/.pkg-test/before
 
@@ -84,12 +89,16 @@ dpkg-query -W -f='${db:Status-Status}\n' temhostd | grep -qx installed || fail "
 dpkg -L temhostd >/run/.pkg-test/files
 for f in /usr/sbin/temhostd /usr/libexec/temhostd/svcs /usr/libexec/temhostd/psrinfo \
     /usr/libexec/temhostd/pkginfo /usr/libexec/temhostd/modinfo \
-    /usr/share/man/man8/temhostd.8.gz $UNIT /etc/snmp/snmpd.conf.d/temhostd.conf; do
+    /usr/share/man/man8/temhostd.8.gz $UNIT /etc/snmp/snmpd.conf.d/temhostd.conf \
+    /usr/share/doc/temhostd/examples/snmp.yml /usr/share/doc/temhostd/examples/temhostd-rules.yml \
+    /usr/share/doc/temhostd/examples/temhostd-alerts.yml; do
     grep -qx "$f" /run/.pkg-test/files || fail "$f is not in the package"
     [ -e "$f" ] || fail "$f is not installed"
 done
 ! grep -q '^/var' /run/.pkg-test/files || fail "the package installs under /var"
 [ "$(man -w temhostd)" = /usr/share/man/man8/temhostd.8.gz ] || fail "man does not find temhostd(8)"
+[ "$(stat -c %a:%G /etc/snmp/snmpd.conf.d/temhostd.conf)" = 640:Debian-snmp ] ||
+    fail "the drop-in is not 0640, group Debian-snmp"
 
 step "unit verified and enabled"
 # verify reports unknown keys and bad values but still succeeds: any
@@ -101,7 +110,9 @@ out=$(systemd-analyze verify "$UNIT" 2>&1) && [ -z "$out" ] || fail "systemd-ana
 step "snmpd as its unit starts it, the daemon as ours starts it"
 snmpd_cmd=$(sed -n 's/^ExecStart=//p' /lib/systemd/system/snmpd.service)
 mkdir -p /run/agentx # the snmpd unit's RuntimeDirectory
-$snmpd_cmd >/run/.pkg-test/snmpd.log 2>&1 &
+# With the pid file of Debian's init script, by which the postrm finds it
+# where systemd does not run (as here).
+$snmpd_cmd -p /run/snmpd.pid >/run/.pkg-test/snmpd.log 2>&1 &
 master=$!
 wait_until snmpget -v2c -c public -t 1 -r 0 127.0.0.1 1.3.6.1.2.1.1.3.0 ||
     { cat /run/.pkg-test/snmpd.log; fail "snmpd did not start"; }
@@ -125,6 +136,16 @@ zcat /usr/share/man/man8/temhostd.8.gz | grep -qxF "$line" || fail "the man page
 echo "$line" >>/etc/snmp/snmpd.conf
 kill -HUP $master # systemctl reload snmpd
 wait_until public_walk_shows_subtree || fail "public cannot walk the subtree after: $line"
+daemon_query_answers || fail "meadow lost when snmpd reread its configuration as Debian-snmp"
+
+step "README step 4 and the man page's EXAMPLES: names on stock Debian"
+readme_cmd=$(zcat /usr/share/doc/temhostd/README.md.gz | awk '/^## / { on = ($0 == "## Running beside an existing snmpd") }
+    on && /^ +snmpwalk .* -m / { sub(/^ +/, ""); print; exit }')
+zcat /usr/share/man/man8/temhostd.8.gz | sed 's/\\-/-/g' | grep -qxF -- "$readme_cmd" ||
+    fail "the man page's EXAMPLES lack the README's: $readme_cmd"
+out=$(sh -c "$readme_cmd" 2>&1) || fail "$readme_cmd: $out"
+printf '%s\n' "$out" | grep -q '^TEMHOSTD-MIB::vorHoName\.0 = STRING: ' && ! printf '%s\n' "$out" | grep -q 'Cannot' ||
+    fail "no names from $readme_cmd: $out"
 
 step "a stop signal ends the daemon with a status the unit counts as success"
 # Idle, as a stop usually finds it: a signal that lands while a request is
@@ -138,9 +159,6 @@ daemon=
 success=$(sed -n 's/^SuccessExitStatus=//p' "$UNIT")
 case " 0 $success " in *" $status "*) ;; *) fail "exit status $status after SIGTERM is a failure to the unit" ;; esac
 [ -f /var/sma_snmp/temhostd.conf ] || fail "no persistent file after the stop"
-kill -TERM $master
-wait $master || true
-master=
 
 step "apt-get remove keeps the configuration and masks the unit"
 apt-get remove -y -q temhostd >/run/.pkg-test/remove.log 2>&1 ||
@@ -164,4 +182,7 @@ left=$(comm -13 /run/.pkg-test/before /run/.pkg-test/after | written_here)
 [ -z "$left" ] || fail "left after purge: $left"
 gone=$(comm -23 /run/.pkg-test/before /run/.pkg-test/after | written_here)
 [ -z "$gone" ] || fail "removed although not ours: $gone"
+# Still running, snmpd answers public but drops meadow's requests unanswered.
+out=$(snmpget -v2c -c meadow -t 1 -r 0 127.0.0.1 $ROOT.1.3.0 2>&1) && fail "meadow answered after purge: $out"
+snmpget -v2c -c public -t 1 -r 0 127.0.0.1 1.3.6.1.2.1.1.3.0 >/dev/null || fail "snmpd gone after purge"
 echo "install-purge: ok"

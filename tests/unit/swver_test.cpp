@@ -1,6 +1,7 @@
 #include <sys/resource.h>
 
 #include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,8 @@ struct SwVer : ::testing::Test {
     void SetUp() override { cleanup_swver_list(); }
     void TearDown() override {
         cleanup_swver_list();
+        free_softwareWatch();
+        set_swver_command_runner(nullptr);
         while (alterList) { // edits live for the run; each test starts without
             altered_swver_entry *next = alterList->next;
             delete alterList;
@@ -80,7 +83,9 @@ TEST_F(SwVer, ListingsParseAsTheInventoryRows) {
 }
 
 TEST_F(SwVer, AHundredRowsAtMostAndTheNextIndexRunsOut) {
-    std::string listing;
+    char watch[] = "agent watched";
+    parse_softwareWatch(SWVER_WATCH_TOKEN, watch);
+    std::string listing = pkg("watched", "comes after the filters' rows, if room");
     for (int i = 1; i <= 120; ++i)
         listing += pkg("KYQtem" + std::to_string(i), "agent");
     parse(listing);
@@ -130,6 +135,70 @@ TEST_F(SwVer, RefreshFailuresThroughAStandInPkginfo) {
     std::filesystem::remove(dir.path + "/pkginfo");
     EXPECT_EQ(1, refresh_SwverLoad_CB());
     EXPECT_TRUE(rows().empty());
+}
+
+// Runs of each check command by command, and what they print.
+std::map<std::string, int> g_runs;
+bool fake_lists(const char *command, std::vector<std::string> *lines) {
+    ++g_runs[command];
+    if (strstr(command, " -w")) { // the kernel's modules
+        *lines = {" Id Loadaddr   Size Info Rev Module Name",
+                  "  1 c0a00000  f5000    -   1  mydrv"};
+    } else {
+        *lines = {"UID PID PPID C STIME TTY TIME CMD",
+                  "root 7 1 0 10:00 ? 00:00:01 /usr/sbin/snmpd -f",
+                  "root 8 1 0 10:00 ? 00:00:01 /usr/bin/temhostd",
+                  "root 9 5 0 10:00 ? 00:00:00 grep kyqd"};
+    }
+    return true;
+}
+
+TEST_F(SwVer, WatchedPackagesAfterTheFiltersRowsWithEachListTakenOncePerRefresh) {
+    const char *lines[] = {
+        "9 snmpd",
+        "snmpd",
+        "agent snmpd ps snmpd",
+        "agent snmpd process",
+        "5 snmpd module x y",
+        "application snmpd process snmpd",
+        "1 snmp",
+        "AGENT temhostd process temhostd",
+        "driver mydrv module mydrv",
+        "4 KYQ process kyqd",
+        "3 kyq-none",
+        "2 vorlynx module vorlynx3",
+    };
+    for (const char *text : lines) {
+        std::string line = text;
+        parse_softwareWatch(SWVER_WATCH_TOKEN, line.data());
+    }
+    ScratchDir dir;
+    dir.command("pkginfo", pkg("snmp", "tools") + pkg("KYQvane", "VOR utility") +
+                               pkg("mydrv-dkms", "x") + pkg("snmpd", "SNMP agent", "5.9.3+dfsg-2") +
+                               pkg("KYQCoveAgt", "VOR x") + pkg("KYQtem", "host agent") +
+                               pkg("temhostd", "agent") + pkg("other", "x") +
+                               pkg("VORlynx3", "VOR nic") + pkg("kyq-none", "n"));
+    set_swver_command_runner(fake_lists);
+    const Rows want = {"1 4 KYQvane 1",    "2 3 KYQtem 2",     "3 2 VORlynx3 3",
+                       "4 1 snmp 1",       "5 2 mydrv-dkms 2", "6 5 snmpd 2",
+                       "7 4 KYQCoveAgt 3", "8 3 temhostd 2",   "9 3 kyq-none 1"};
+    for (int refresh = 1; refresh <= 2; ++refresh) {
+        g_runs.clear();
+        ASSERT_EQ(1, refresh_SwverLoad_CB());
+        Rows got;
+        for (const vorHo_Swver_t *n = swVerList; n; n = n->next) {
+            const swver_t *r = n->vorSwverEntry;
+            got.push_back(std::to_string(r->index) + " " + std::to_string(r->type) + " " + r->name +
+                          " " + std::to_string(r->status));
+        }
+        EXPECT_EQ(want, got);
+        EXPECT_EQ(2u, g_runs.size());
+        for (const auto &[command, runs] : g_runs)
+            EXPECT_EQ(1, runs) << command;
+        UpdateAlteredList("snmpd", "edited", SWVER_DESCRIPTION);
+    }
+    EXPECT_STREQ("edited", swVerList->next->next->next->next->next->vorSwverEntry->description);
+    EXPECT_STREQ("5.9.3+dfsg", swVerList->next->next->next->next->next->vorSwverEntry->version);
 }
 
 // The plain case is checked end to end; here a package twice, an edit kept

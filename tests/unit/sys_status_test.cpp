@@ -106,7 +106,7 @@ TEST_F(SysStatus, FirstTimeOutEndsTheRebuildAndKeepsTheEntries) {
     EXPECT_EQ(g_asked, (std::vector<std::string>{"1.3", "1.1", "1.2", "2.3", "2.1", "2.2", "3.3"}));
     EXPECT_EQ(entry(2), (std::vector<int>{1, 4, 0, 0})) << "answers before the time-out count";
     EXPECT_EQ(entry(11), (std::vector<int>{1, 2, 1, 26})) << "later entries kept";
-    EXPECT_EQ(entry(0)[1], 3) << "overall condition of the last whole rebuild";
+    EXPECT_EQ(entry(0)[1], 4) << "overall condition from this rebuild's answers";
 }
 
 TEST_F(SysStatus, RebuildAskedForDuringARebuildDoesNotNest) {
