@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Entry point only: everything else lives in the library the unit tests link.
 #include "temhostd.h"
 

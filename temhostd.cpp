@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // temhostd: host-information subagent. Start-up, command line, main loop,
 // shutdown, module initialisation and the refresh timers.
 #include "temhostd.h"

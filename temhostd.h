@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon's interface to the modules: the globals they share with it,
 // module initialisation and the refresh timers. Everything else about
 // start-up and shutdown is private to temhostd.cpp.

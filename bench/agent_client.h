@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the benchmarks share as clients of the master agent at
 // 127.0.0.1:161 (community "meadow"), which run-all starts in a private host.
 #pragma once

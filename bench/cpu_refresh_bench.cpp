@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Times how long one refresh_cpuLoad_CB blocks the main loop: on this host
 // (the psrinfo stand-in, the live /proc/stat) and on a scratch host tree of
 // many processors, whose psrinfo is a script printing a ready listing.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Times refresh_flist_CB on the live mount table: erase, read the mount
 // table, statvfs every kept mount and relink the list.
 // Usage: fs_refresh_bench [runs]   (default 100)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // GET requests per second through the master agent, from one client
 // session: an object served by temhostd over AgentX against the master's
 // own sysUpTime.0, in alternating rounds. Prints the best round's rates

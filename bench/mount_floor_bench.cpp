@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The kernel's share of a file system refresh, with none of ours: the
 // time to read /proc/self/mounts whole, and the time of one statvfs per
 // mount point listed. A refresh cannot be faster than the two together.

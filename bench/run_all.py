@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Every benchmark of temhostd in one run, beside the master agent's figures.
 
 Started by bench/run-all inside a private host (scripts/in-private-host.sh):

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the MIB status array costs: the time one rebuild (24 local queries
 // through the master, this daemon's own MIB answered over AgentX) blocks
 // its caller, beside the same 24 queries of an object the master answers

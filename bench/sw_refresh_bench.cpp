@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Times refresh_SwverLoad_CB on the host's package database: the listing
 // through the pkginfo stand-in and the state checks of every listed package
 // with a known daemon or driver, the watch lines below included. The main

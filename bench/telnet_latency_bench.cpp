@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Latency of a GET of vorHoTelnet.0 (a shell pipeline with the svcs
 // stand-in at every GET) against vorHoOsType.0 (a stored value), both
 // served by temhostd through the master, asked alternately from one client

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Enterprise traps: composed from the host name, the trap flags and a
 // description, and sent from a deferred alarm after the SET that asked for
 // them has been answered.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // CPU load sampler: one record per processor with its busy percentage
 // averaged over 1, 5, 30 and 60 minutes. A repeating timer samples the
 // kernel's per-processor tick counters; the records are made once at

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // File system inventory: one record per mounted file system, kept in a
 // singly linked list that the file system table walks in place. The list is
 // rebuilt wholesale from the mount table and statvfs on every refresh.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "interface/KyOrblHostMemory_interface.h"
 
 #include <unistd.h>

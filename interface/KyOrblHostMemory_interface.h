@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Physical memory and paging space in whole megabytes, computed afresh on
 // every call. Intermediates are 64-bit so hosts beyond 2 TiB of memory or
 // swap report true figures; a figure that does not fit the MIB's 32-bit

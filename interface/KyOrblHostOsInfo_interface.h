@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Operating-system facts for the host information group. Every call asks the
 // system afresh; nothing is cached.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // System status store: the one record behind the status, client,
 // trap-information and miscellaneous scalars, with the host GUID taken from
 // SMBIOS and the MIB status array rebuilt from local SNMP queries.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reads one named value out of one kernel statistic. Each getter opens its
 // own control handle and closes it again, so every read sees the kernel's
 // current figures and no descriptor stays open between reads.

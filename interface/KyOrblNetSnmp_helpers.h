@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Local SNMP queries: one GET through the host's master agent, the way the
 // status array learns the condition and revision of the enterprise's MIBs.
 #pragma once

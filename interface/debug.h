@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Debug output shared by every layer that logs through the SNMP library.
 #pragma once
 

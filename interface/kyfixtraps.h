@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Trap-sink repair: the daemon sends its traps straight to the master
 // agent's destinations ("trapsink", "trap2sink", "informsink" and
 // "trapsess" lines) instead of handing them to the master over the AgentX

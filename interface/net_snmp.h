@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Net-SNMP's headers in the order they must be included.
 #pragma once
 

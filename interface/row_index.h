@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The nodes of a provider's singly linked list, kept in order beside it:
 // appending is constant time, and a table walk can resume at any row without
 // passing the ones before it. Rows must be appended in ascending index order.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Software inventory: the installed management packages that the filters
 // recognise, one record per package in "pkginfo -x" order, with kind,
 // description, version and running state. The list is rebuilt wholesale on

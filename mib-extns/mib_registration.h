@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The conventions every MIB module follows: how scalars and tables are
 // registered, the handler shapes by request mode, and debug output.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every object the daemon serves, with its OID: the one place OIDs are
 // written. Scalars carry the instance .0; tables are the table object's OID.
 #pragma once

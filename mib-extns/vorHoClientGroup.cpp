@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "mib-extns/vorHoClientGroup.h"
 
 #include "interface/KyOrblHostSysStatus_interface.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Client group: the client last-modified date, read-only.
 #pragma once
 

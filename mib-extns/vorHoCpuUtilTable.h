@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // CPU utilisation table: one row per processor, served through the table
 // iterator straight from CpuUtilList. The sampler's timer keeps the rows
 // current; the table never refreshes anything itself.

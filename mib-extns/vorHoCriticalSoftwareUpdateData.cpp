@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "mib-extns/vorHoCriticalSoftwareUpdateData.h"
 
 #include "interface/KYOrblHost_Trigger.h"

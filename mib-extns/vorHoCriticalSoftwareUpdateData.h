@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The operator's critical-software-update data: read-write, raises trap
 // 11014 when set.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "mib-extns/vorHoFileSysTable.h"
 
 #include "interface/KyOrblHostFs_interface.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // File system table: one row per mounted file system, served through the
 // table iterator straight from FileSysUsageList.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Host information group: OS name, release, description, type and telnet
 // state, and the operator-set system role and role detail.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "mib-extns/vorHoMemoryGroup.h"
 
 #include "interface/KyOrblHostMemory_interface.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Memory group: physical memory and paging space in MB, read-only.
 #pragma once
 

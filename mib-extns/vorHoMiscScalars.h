@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Miscellaneous scalars: the operator's generic data (read-write, raises
 // trap 11003 when set) and the software table's next index.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Software version table: one row per recognised management package,
 // served through the table iterator straight from swVerList. Kind,
 // description and location are writable; their edits outlive rebuilds.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Status group: the MIB status array, the configuration-change date, the
 // host GUID (read-write), the code server and the web-management port.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Trap-information group: the packed trap flags, read-only.
 #pragma once
 

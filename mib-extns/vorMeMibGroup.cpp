@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // MIB revision, condition and poll-frequency group: the agent's
 // self-description and the period of the general data refresh.
 #include "mib-extns/vorMeMibGroup.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The system commands the providers run through popen. On Solaris these are
 // the native tools; on Linux the first four are our stand-ins, which print
 // the same formats from Linux sources. ps -aef is native on both. Each is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Readers for the Linux host files behind the Solaris stand-ins. Every path
 // goes through host_path(), so tests can point them at a fixture tree.
 #pragma once

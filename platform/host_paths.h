@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Where the platform layer finds the host: the files it reads and the
 // Solaris command stand-ins it runs. The daemon uses the defaults; unit
 // tests point both at fixture trees through these setters.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Solaris kernel statistics (libkstat), as the providers use them. On Linux
 // the statistics are built from /proc: "unix" 0 "system_pages" (freemem),
 // "unix" 0 "system_misc" (ncpus) and one raw "cpu_stat" N "cpu_statN" per

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Solaris mount-table access: struct mnttab and the two-argument getmntent.
 // Kept in namespace solaris: glibc's getmntent() has another signature.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A command's output stream that is always closed and waited for, on every
 // path.
 #pragma once

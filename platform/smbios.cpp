@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "platform/smbios.h"
 
 #include "platform/host_files.h"

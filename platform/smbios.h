@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Access to the SMBIOS structure table, with the interface of the closed
 // companion library the providers were written against. On Linux the table
 // is the raw one the kernel exports in /sys/firmware/dmi/tables/DMI.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The Solaris commands the providers run, rebuilt from Linux sources. Each
 // program in cmd/ is a thin main around one run_* function here, so the
 // formats can be tested against fixture trees (see host_paths.h).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Solaris swapctl(2) with SC_AINFO: swap accounting in pages of getpagesize().
 #pragma once
 

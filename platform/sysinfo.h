@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Solaris sysinfo(2). Kept in namespace solaris: glibc's sysinfo() is an
 // unrelated call with the same name.
 #pragma once

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Sourced by the scripts that start agents: polling helpers.
 
 # Polls until "$@" succeeds, for at most 20 seconds.

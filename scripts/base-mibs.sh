@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Unpacks the SMIv2 base modules TEMHOSTD-MIB imports (SNMPv2-SMI, -TC,
 # -CONF) into DIR as SNMPv2-*.txt, unless they are there already. No
 # Net-SNMP package of Debian main has them; erlang-snmp (main) ships them as

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Builds the Debian package temhostd_VERSION_ARCH.deb in build-deb/ (or the
 # directory given): a /usr build of the daemon and its command stand-ins
 # with Debian's hardening flags, stripped, packed by CPack's DEB generator.

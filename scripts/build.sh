@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Configures and builds temhostd in build/ (warnings are errors).
 set -eu
 cd "$(dirname "$0")/.."

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Installs what temhostd needs, builds it, and shows its main job: a private
 # local master agent (snmpd) with temhostd attached as AgentX subagent, and
 # a walk of the daemon's subtree printed with the names of TEMHOSTD-MIB

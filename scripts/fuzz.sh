@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Builds the libFuzzer targets with clang (ASan and UBSan) in build-fuzz/ and
 # runs each for SECONDS (default 20) from its committed seeds. Anything a
 # target finds fails the run; the crashing input is kept in build-fuzz/findings.

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Runs a command as root inside private network and mount namespaces that
 # look like this host to it, but whose writes never reach the host: /var,
 # /etc, /tmp and /mnt are overlays whose changes land in a tmpfs, /run is a

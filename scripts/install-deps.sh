@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Installs everything temhostd needs to build, run and be tested on Debian.
 # Safe to run again: apt-get skips what is already there.
 set -eu

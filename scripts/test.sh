@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Installs what is needed, builds, and runs every test: the unit tests under
 # AddressSanitizer and UBSan, the stress tests against the sanitizer build,
 # the fuzz targets for a bounded time, then all

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Inside a private host (scripts/in-private-host.sh): starts snmpd as AgentX
 # master on 127.0.0.1:161 (read-only community "meadow") and temhostd as its
 # subagent, runs the given command once both answer, then stops the daemon

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The Debian package, built by scripts/build-deb.sh through CPack's DEB
 # generator, with the documents Debian policy asks for in
 # /usr/share/doc/temhostd.

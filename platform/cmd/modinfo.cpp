@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Solaris modinfo stand-in; the format lives in platform/standins.cpp.
 #include "platform/standins.h"
 

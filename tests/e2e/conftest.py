@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Test bed: Debian's snmpd as AgentX master, temhostd as subagent, and
 Net-SNMP's command-line tools as the manager. Runs only inside the private
 namespaces that run.sh sets up; every test gets fresh tmpfs state and every

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Runs end-to-end tests in a private copy of this host (see
 # scripts/in-private-host.sh); each test then mounts fresh tmpfs on the
 # directories the daemon and the master write (conftest.py). The tests get

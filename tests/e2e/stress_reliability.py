@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Sixteen concurrent walkers of the subtree (GETBULK over v2c, GETNEXT over
 v1 and v2c, some also reading the web-management port, whose every GET
 rebuilds the status array through the master): no error, no time-out, and a

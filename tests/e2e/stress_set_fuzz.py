@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Random SETs under the subtree (random types, lengths, values, several
 varbinds a request) against the sanitizer build: afterwards the daemon
 still answers, serves only values a valid SET or the host could have

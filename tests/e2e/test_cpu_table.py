@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The CPU utilisation table through a real master: one row per processor,
 refused requests, and the averages as the sampling timer fills them."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The daemon's life cycle and its MIB revision group, through a real master
 (reconnection after a master restart: test_traps.py)."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The Prometheus snmp_exporter module in contrib/prometheus: the exporter
 scrapes the daemon through the master, and every metric equals what the
 tools read for the same objects; objects not served are absent."""

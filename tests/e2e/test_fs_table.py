@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The file system table through a real master: figures, order, GETNEXT
 from any point, refused requests and the on-demand rebuild while polling
 is off (polling on: test_daemon.py's refresh alarm test)."""

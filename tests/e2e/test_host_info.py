@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Host information and memory groups, through a real master."""
 
 import os

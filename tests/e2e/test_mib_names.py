@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """TEMHOSTD-MIB in Net-SNMP's tools: a walk of the subtree names every
 object, the columns the daemon serves are exactly those of the MIB (the
 object map lists tables, not columns, so columns are checked here both

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The values that outlive a restart: the persistent file's lines, their
 limits, and the rollback through the saved copy after an abrupt end (the
 stored GUID beside the SMBIOS one: test_status.py)."""

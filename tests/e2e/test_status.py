@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The status, client, trap-info and miscellaneous scalars through a real
 master: values, the MIB status array (with a second MIB of the enterprise
 served by the master), SET checks, the GUID's sources, and the local

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The software version table through a real master: rows from a fixture
 package database, package states from the process and module lists, the
 SET matrix, operator edits across rebuilds and restarts, when the listing

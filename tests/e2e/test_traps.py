@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Enterprise traps: SETs of the two operator texts reach the master's
 trapsink (SNMPv1) and trap2sink (SNMPv2c) destinations straight from the
 daemon, two seconds after the SET, once each, also after the master

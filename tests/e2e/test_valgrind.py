@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The daemon under valgrind through a whole life: start, a walk of the
 subtree, a SET of every writable object, a clean stop. No memory error, no
 leak, and no descriptor left open at exit but the standard three."""

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The mount table reader over arbitrary text: escapes, overlong lines,
 // missing fields. Every entry it returns must be NUL-terminated fields.
 #include <cstdio>

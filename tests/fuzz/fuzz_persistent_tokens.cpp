@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The persistent file's token parsers, fed as the library feeds them: a
 // token, then the rest of the line as a writable value. Afterwards every
 // value they keep must be within its field.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The /proc text parsers: /proc/stat's processor and boot-time lines,
 // /proc/meminfo's kB figures (the memory and swap figures), and the
 // kernel's processor lists.

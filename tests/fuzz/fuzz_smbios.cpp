@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SMBIOS tables of any shape: every record handed out must be readable for
 // the 256 bytes a caller may look at (the UUID of a System Information
 // record sits at offset 8).

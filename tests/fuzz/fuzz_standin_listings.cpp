@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the command stand-ins parse (the dpkg status file for pkginfo,
 // /proc/modules for modinfo, /proc/net/tcp for svcs), and what the providers
 // parse of the commands' output: the software inventory's pkginfo listing

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 """The MIB and mib-extns/object_map.h must not drift apart.
 
 Every object the header declares under the served subtree is resolved by

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # The MIB gate: smilint at level 6 must print nothing but the warnings
 # accepted by tag in smilint-accepted. smilint exits 0 even on errors, so
 # its output is what is judged.

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # cmake --install with the default prefix: the daemon in sbin, its helper
 # programs in libexec/temhostd, the manual page, the unit pointing at the
 # installed daemon, the snmpd drop-in, the MIB files, and nothing under /var.

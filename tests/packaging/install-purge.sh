@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # The package's life on a Debian host, in a private copy of this host whose
 # /usr, /etc and /var are overlays (nothing reaches the host): apt-get
 # installs it, the unit verifies and is enabled, Debian's snmpd started as

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # The package passes lintian with no error or warning (overrides carry their
 # reasons), its programs carry Debian's hardening (PIE, full RELRO, stack
 # protector, fortified calls where there are any) and are stripped.

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # temhostd(8) is clean for mandoc's linter and man's warnings, its NAME line
 # parses for the whatis database, and it documents every option of the
 # daemon's usage text and every fixed exit status.

@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # The Prometheus rules: promtool accepts them, their unit tests pass
 # (prometheus-test.yml), and the recorded series pass promtool's metric lint,
 # bar its one complaint about level:metric:operations names, their colons.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The CPU load sampler driven by tick samples in a scratch host tree, a
 // stand-in psrinfo and an injected clock.
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Kernel statistics, sysinfo and swapctl against fixture trees.
 #include "platform/kstat.h"
 #include "platform/swapctl.h"

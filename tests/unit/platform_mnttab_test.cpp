@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Solaris-style mount table reading over Linux mount lines.
 #include "platform/mnttab.h"
 #include "unit_helpers.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // SMBIOS structure walking over hand-built DMI tables.
 #include "platform/smbios.h"
 #include "unit_helpers.h"

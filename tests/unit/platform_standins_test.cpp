@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The Solaris command stand-ins: formats against fixture trees.
 #include "platform/popen_stream.h"
 #include "platform/standins.h"

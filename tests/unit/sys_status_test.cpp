@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The status record: the MIB status array built from injected local query
 // answers, the operator texts and the trap flags.
 #include <algorithm>

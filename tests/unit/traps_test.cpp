@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The deferred trap send, with the library's send call replaced by a
 // recorder; what reaches a manager is checked end to end.
 #include <string>

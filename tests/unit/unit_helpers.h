@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Scaffolding shared by the unit tests.
 #pragma once
 
