@@ -72,6 +72,38 @@ def apply_problem(tree, fault):
     return None
 
 
+def guard_problems(tree, fault):
+    """Guards of the fault that name no test of the tree."""
+    out = []
+    unit_dir = os.path.join(tree, "tests", "unit")
+    suites = set()
+    for name in os.listdir(unit_dir):
+        with open(os.path.join(unit_dir, name), encoding="utf-8") as f:
+            suites.update(re.findall(r"^TEST(?:_F)?\((\w+), (\w+)\)", f.read(), re.M))
+    for pattern in filter(None, fault.get("unit", "").split(":")):
+        rx = re.compile(re.escape(pattern).replace(r"\*", ".*").replace(r"\?", ".") + "$")
+        if not any(rx.match("%s.%s" % t) for t in suites):
+            out.append("unit filter %s matches no test" % pattern)
+    for node in fault.get("e2e", []):
+        path, _, func = node.partition("::")
+        try:
+            with open(os.path.join(tree, "tests", "e2e", path), encoding="utf-8") as f:
+                text = f.read()
+        except OSError:
+            out.append("no end-to-end file %s" % path)
+            continue
+        if func and not re.search(r"^def %s\(" % re.escape(func.split("[")[0]), text, re.M):
+            out.append("no end-to-end test %s" % node)
+    with open(os.path.join(tree, "tests", "CMakeLists.txt"), encoding="utf-8") as f:
+        names = set(re.findall(r"add_test\(NAME (\w+)", f.read()))
+    names.update("e2e_" + os.path.splitext(n)[0]
+                 for n in os.listdir(os.path.join(tree, "tests", "e2e")) if n.startswith("test_"))
+    for name in fault.get("ctest", []):
+        if not any(re.fullmatch(name, n) for n in names):
+            out.append("no ctest test %s" % name)
+    return out
+
+
 class Fault:
     """Applies a fault to a file of a copy; restores the file on leaving."""
 
@@ -93,16 +125,21 @@ class Fault:
             f.write(self.original)
 
 
+LIVE = set()  # process groups running now, ended if the runner is stopped
+STOPPING = threading.Event()
+
+
 def run(cmd, cwd, deadline, log):
     """Runs cmd in its own process group until the deadline; returns
     (exit status or None on time-out, output)."""
     left = deadline - time.monotonic()
-    if left <= 0:
+    if left <= 0 or STOPPING.is_set():
         return None, ""
     log.write("$ %s\n" % " ".join(cmd))
     proc = subprocess.Popen(cmd, cwd=cwd, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                             stdin=subprocess.DEVNULL, start_new_session=True, text=True,
                             errors="replace")
+    LIVE.add(proc.pid)
     try:
         out, _ = proc.communicate(timeout=left)
         status = proc.returncode
@@ -110,6 +147,8 @@ def run(cmd, cwd, deadline, log):
         os.killpg(proc.pid, signal.SIGKILL)
         out, _ = proc.communicate()
         status = None
+    finally:
+        LIVE.discard(proc.pid)
     log.write(out)
     log.flush()
     return status, out
@@ -134,6 +173,22 @@ class Copy:
             os.makedirs(os.path.dirname(dest), exist_ok=True)
             shutil.copy2(src, dest, follow_symlinks=False)
 
+    def fetch_base_mibs(self, dest, deadline):
+        """The MIB tests read the SMIv2 base modules from the build tree:
+        taken from the caller's build or another copy, else unpacked."""
+        if os.path.isdir(dest):
+            return
+        base = os.path.dirname(self.tree)
+        have = [os.path.join(ROOT, "build", "mibs-base")] + [
+            os.path.join(base, t, "build", "mibs-base")
+            for t in sorted(os.listdir(base)) if t.startswith("tree")]
+        have = [d for d in have if d != dest and os.path.isfile(os.path.join(d, "SNMPv2-SMI.txt"))]
+        if have:
+            shutil.copytree(have[0], dest)
+        else:
+            run(["sh", os.path.join(self.tree, "scripts", "base-mibs.sh"), dest], self.tree,
+                deadline, self.log)
+
     def build_dir(self, build):
         return os.path.join(self.tree, "build" if build == "normal" else "build-asan")
 
@@ -148,14 +203,8 @@ class Copy:
             if status != 0:
                 return "configure failed"
             self.configured.add(build)
-            # The MIB tests read the SMIv2 base modules from the build tree.
-            bases = os.path.join(bdir, "mibs-base")
-            have = os.path.join(ROOT, "build", "mibs-base")
-            if os.path.isdir(have) and not os.path.isdir(bases):
-                shutil.copytree(have, bases)
-            elif not os.path.isdir(bases):
-                run(["sh", os.path.join(self.tree, "scripts", "base-mibs.sh"), bases], self.tree,
-                    deadline, self.log)
+            if build == "normal":
+                self.fetch_base_mibs(os.path.join(bdir, "mibs-base"), deadline)
         cmd = ["cmake", "--build", bdir, "-j%d" % self.build_jobs]
         if not everything:
             cmd += ["--target", "temhostd", "unit_tests"]
@@ -194,6 +243,10 @@ def run_guard(copy, guard, deadline):
         cmd = [os.path.join(bdir, "bin", "unit_tests"), "--gtest_filter=" + spec]
         status, out = run(cmd, copy.tree, deadline, copy.log)
         failed = set(re.findall(r"^\[  FAILED  \] (\w+\.\w+)", out, re.M))
+        started = re.findall(r"^\[ RUN      \] (\w+\.\w+)", out, re.M)
+        ended = re.findall(r"^\[ +(?:OK|FAILED) +\] (\w+\.\w+) \(", out, re.M)
+        if status not in (None, 0) and started and started[-1] not in ended:
+            failed.add("%s (aborted, exit %s)" % (started[-1], status))  # a sanitizer, say
         if status == 0 and not re.search(r"^\[  PASSED  \] [1-9]", out, re.M):
             failed.add("unit %s (matches no test)" % spec)
     elif kind == "e2e":
@@ -268,8 +321,10 @@ def run_baseline(copy, faults, all_tests, limit):
         uniq = list(dict.fromkeys(specs))
         if kind == "unit":
             spec = ":".join(uniq)
-        else:
-            spec = None if None in uniq else tuple(uniq)
+        elif None in uniq:
+            spec = None
+        else:  # a node of a file that runs whole anyway would run twice
+            spec = tuple(u for u in uniq if u.split("::")[0] == u or u.split("::")[0] not in uniq)
         failed, timed_out = run_guard(copy, (kind, build, spec), deadline)
         if timed_out:
             sys.exit("faults: the unchanged tree's tests ran out of time: see %s" % copy.log.name)
@@ -321,7 +376,8 @@ def main():
     p.add_argument("--out", help="also write the results as JSON to this file")
     p.add_argument("--keep", action="store_true", help="keep the temporary copy and its logs")
     p.add_argument("--check", action="store_true",
-                   help="only check that every fault applies to the current tree")
+                   help="only check that every fault applies to the current tree and its "
+                   "guards name existing tests")
     p.add_argument("--list", action="store_true", help="print the faults and their coverage")
     args = p.parse_args()
 
@@ -332,9 +388,9 @@ def main():
             sys.exit("faults: no such fault: %s" % " ".join(unknown))
         faults = [f for f in faults if f["id"] in args.ids]
     for f in faults:
-        problem = apply_problem(ROOT, f)
-        if problem:
-            problems.append("%s: %s" % (f["id"], problem))
+        for problem in [apply_problem(ROOT, f)] + guard_problems(ROOT, f):
+            if problem:
+                problems.append("%s: %s" % (f["id"], problem))
     if problems:
         sys.exit("faults: the list does not fit the tree:\n  " + "\n  ".join(problems))
     if args.list:
@@ -344,7 +400,7 @@ def main():
         print_coverage(faults)
         return
     if args.check:
-        print("faults: all %d apply exactly once" % len(faults))
+        print("faults: all %d apply exactly once and name existing tests" % len(faults))
         return
     if os.geteuid() != 0:
         sys.exit("faults: run as root (the end-to-end tests use namespaces)")
@@ -382,8 +438,11 @@ def main():
                   flush=True)
             return r
 
-        with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+        pool = concurrent.futures.ThreadPoolExecutor(jobs)
+        try:
             results = list(pool.map(one, faults))
+        finally:
+            pool.shutdown(wait=False, cancel_futures=True)
         print()
         print_table(results)
         timed = [r["seconds"] for r in results if "seconds" in r]
@@ -393,6 +452,12 @@ def main():
             with open(args.out, "w") as f:
                 json.dump(results, f, indent=1)
     finally:
+        STOPPING.set()
+        for pgid in list(LIVE):
+            try:
+                os.killpg(pgid, signal.SIGKILL)
+            except ProcessLookupError:
+                pass
         if args.keep:
             print("kept %s" % base)
         else:
