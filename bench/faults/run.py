@@ -422,6 +422,13 @@ def main():
                                          ", failing already (not counted): " + ", ".join(bad)
                                          if bad else ", all guards pass"), flush=True)
         copies += [Copy(base, i, build_jobs, logs[i]) for i in range(1, jobs)]
+        # The other copies' first builds, so that no fault's time holds one.
+        needed = sorted({g[1] for f in faults for g in guards(f, args.all_tests)})
+        for copy in copies[1:]:
+            for build in needed:
+                if copy.build(build, args.all_tests, time.monotonic() + args.timeout):
+                    sys.exit("faults: a copy of the unchanged tree does not build: see %s" %
+                             copy.log.name)
         free = list(copies)
         lock = threading.Lock()
 
