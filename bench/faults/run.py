@@ -422,9 +422,10 @@ def main():
                                          ", failing already (not counted): " + ", ".join(bad)
                                          if bad else ", all guards pass"), flush=True)
         copies += [Copy(base, i, build_jobs, logs[i]) for i in range(1, jobs)]
-        # The other copies' first builds, so that no fault's time holds one.
+        # Every copy built before the first fault, so that no fault's time
+        # holds a first build (copy 0 is built already unless --no-baseline).
         needed = sorted({g[1] for f in faults for g in guards(f, args.all_tests)})
-        for copy in copies[1:]:
+        for copy in copies:
             for build in needed:
                 if copy.build(build, args.all_tests, time.monotonic() + args.timeout):
                     sys.exit("faults: a copy of the unchanged tree does not build: see %s" %
