@@ -459,6 +459,9 @@ def main():
         if args.out:
             with open(args.out, "w") as f:
                 json.dump(results, f, indent=1)
+    except SystemExit:
+        args.keep = True  # the logs it points to
+        raise
     finally:
         STOPPING.set()
         for pgid in list(LIVE):
