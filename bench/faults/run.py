@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 """Puts small faults into a throwaway copy of the tree, one at a time, builds
 it and runs the tests expected to catch each; prints which did.
 
