@@ -10,20 +10,16 @@ set(deb_dir ${CMAKE_CURRENT_LIST_DIR})
 set(deb_doc_dir ${CMAKE_INSTALL_DATADIR}/doc/temhostd)
 
 configure_file(${deb_dir}/changelog.in ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian @ONLY)
-add_custom_command(
-  OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz
-  COMMAND gzip -9nc ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian > ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz
-  DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian
-  VERBATIM)
-add_custom_target(temhostd_changelog ALL DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz)
-add_custom_command(
-  OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/README.md.gz
-  COMMAND gzip -9nc ${CMAKE_SOURCE_DIR}/README.md > ${CMAKE_CURRENT_BINARY_DIR}/README.md.gz
-  DEPENDS ${CMAKE_SOURCE_DIR}/README.md
-  VERBATIM)
-add_custom_target(temhostd_readme ALL DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/README.md.gz)
-install(FILES ${deb_dir}/copyright ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian.gz
-  ${CMAKE_CURRENT_BINARY_DIR}/README.md.gz DESTINATION ${deb_doc_dir})
+# Debian's documents go in compressed, with no name or time in the header.
+foreach(doc ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian ${CMAKE_SOURCE_DIR}/README.md)
+  get_filename_component(name ${doc} NAME)
+  add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/${name}.gz
+    COMMAND gzip -9nc ${doc} > ${CMAKE_CURRENT_BINARY_DIR}/${name}.gz
+    DEPENDS ${doc} VERBATIM)
+  list(APPEND deb_docs ${CMAKE_CURRENT_BINARY_DIR}/${name}.gz)
+endforeach()
+add_custom_target(temhostd_docs ALL DEPENDS ${deb_docs})
+install(FILES ${deb_dir}/copyright ${deb_docs} DESTINATION ${deb_doc_dir})
 # The exporter module and the rules, uncompressed so that they copy as they are.
 file(GLOB prometheus_files CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/contrib/prometheus/*.yml)
 install(FILES ${prometheus_files} DESTINATION ${deb_doc_dir}/examples)
