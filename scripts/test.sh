@@ -18,7 +18,7 @@ cmake --build build-asan -j"$(nproc)"
 ctest --test-dir build-asan -L unit --output-on-failure
 
 echo "== stress tests against the sanitizer build: 16 walkers, random SETs"
-tests/e2e/run.sh build-asan stress_reliability.py stress_set_fuzz.py
+tests/e2e/run.sh build-asan stress_sanitizer.py
 
 echo "== fuzzing every parser of outside text"
 scripts/fuzz.sh 20

@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Test bed: Debian's snmpd as AgentX master, temhostd as subagent, and
-Net-SNMP's command-line tools as the manager. Runs only inside the private
-namespaces that run.sh sets up; every test gets fresh tmpfs state and every
-process started is stopped again, also when the test fails."""
+"""Test bed: Debian's snmpd as AgentX master, temhostd as subagent and
+Net-SNMP's tools as the manager, inside the private namespaces of run.sh.
+Every test gets fresh tmpfs state; everything started is stopped again."""
 
+import collections
 import os
 import re
 import signal
@@ -14,31 +14,19 @@ import pytest
 
 BUILD = os.environ.get("TEMHOSTD_BUILD", "")
 DAEMON = os.path.join(BUILD, "bin", "temhostd")
+SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
 ROOT, AGENT = "1.3.6.1.4.1.32473.11", "127.0.0.1"
 RO_COMMUNITY, RW_COMMUNITY = "meadow", "harbor"
-
-# Fresh for every test: what the master and the daemon write.
 FRESH_DIRS = ["/run", "/var/agentx", "/var/sma_snmp", "/var/lib/snmp", "/var/log", "/etc/snmp"]
-
-MASTER_CONF = """agentaddress udp:127.0.0.1:161
-master agentx
-rocommunity {ro} 127.0.0.1
-rwcommunity {rw} 127.0.0.1
-""".format(ro=RO_COMMUNITY, rw=RW_COMMUNITY)
-
-# The daemon is ready when an object of every module answers (a table row
-# may be missing, but not the table: "No Such Object" means unregistered).
-with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts",
-                       "ready-oids")) as _f:
-    READY_OIDS = [l.split("#")[0].split()[0] for l in _f if l.split("#")[0].strip()]
-
+MASTER_CONF = ("agentaddress udp:127.0.0.1:161\nmaster agentx\nrocommunity %s 127.0.0.1\n"
+               "rwcommunity %s 127.0.0.1\n" % (RO_COMMUNITY, RW_COMMUNITY))
+# One object per module: all answer once the daemon has registered everything.
+with open(os.path.join(SOURCE, "scripts", "ready-oids")) as _f:
+    READY_OIDS = [l.split()[0] for l in _f if l.split() and not l.startswith("#")]
 PERSIST_FILE, PID_FILE = "/var/sma_snmp/temhostd.conf", "/var/run/temhostd.pid"
 SAVED_COPY = PERSIST_FILE + ".saf"
-
-# The trap receiver logs one line per trap: "TRAP|version|enterprise|generic|
-# specific|wrapper|" then the bindings "oid = TYPE: value" joined by "~"
-# (version 0 is SNMPv1, 1 SNMPv2c, 3 SNMPv3; the wrapper names the PDU type
-# and the community or user). TRAP_SINKS makes it the master's destination.
+# One line per trap: "TRAP|version|enterprise|generic|specific|wrapper|" and
+# the bindings "oid = TYPE: value" joined by "~" (version 0 SNMPv1, 1 v2c, 3 v3).
 TRAP_LOG = "/var/log/traps.log"
 TRAP_FORMAT = "TRAP|%s|%N|%w|%q|%P|%V~%v\\n"
 TRAP_SINKS = "trapsink 127.0.0.1 {c}\ntrap2sink 127.0.0.1 {c}\n".format(c=RO_COMMUNITY)
@@ -55,12 +43,11 @@ def wait_for(predicate, timeout=10.0, interval=0.1, what="condition"):
 
 
 def check_walk_rebuilds(interval, change, shows):
-    """Walks rebuild a list at most every `interval` s: change(n) makes
-    change n (0, then 1), shows(n) walks and tells whether it shows. After
-    each change, a walk every half second until one shows. The walk showing
-    change 0 rebuilt the list; in the daemon's whole seconds, change 1 then
-    shows more than interval - 1 s after that walk began, and at the first
-    walk begun interval s after it ended."""
+    """Walks rebuild a list at most every `interval` s. change(n) makes change
+    n (0, then 1); shows(n) walks and tells whether it shows. The walk first
+    showing change 0 rebuilt; change 1 must then show no sooner than
+    interval - 1 s after that walk began (the daemon counts whole seconds)
+    and at the first walk begun interval s after it ended."""
     walks = ([], [])  # (start, end, shown) of each walk after change n
     for n, after in enumerate(walks):
         change(n)
@@ -77,15 +64,14 @@ def check_walk_rebuilds(interval, change, shows):
 
 
 def catches_stop_signals(pid):
-    """True once the daemon has installed its SIGTERM and SIGINT handlers
-    (it answers the master before that, while still registering)."""
+    """True once SIGTERM and SIGINT handlers are in place (the daemon answers
+    the master before that, while still registering)."""
     try:
         with open("/proc/%d/status" % pid) as f:
             caught = int(next(l for l in f if l.startswith("SigCgt:")).split()[1], 16)
     except (OSError, StopIteration):
         return False
-    wanted = (1 << (signal.SIGTERM - 1)) | (1 << (signal.SIGINT - 1))
-    return caught & wanted == wanted
+    return caught & 0x4002 == 0x4002  # bits of signals 2 and 15
 
 
 class SnmpError(Exception):
@@ -94,81 +80,58 @@ class SnmpError(Exception):
         self.reason = reason
 
 
-class Value:
-    """One variable binding as the tools print it with -On."""
-
-    def __init__(self, oid, kind, text):
-        self.oid, self.kind, self.text = oid, kind, text
-
-    @property
-    def int(self):
-        return int(self.text)
-
-    @property
-    def str(self):
-        t = self.text
-        return t[1:-1] if len(t) > 1 and t[0] == t[-1] == '"' else t
-
-    def __repr__(self):
-        return "%s = %s: %s" % (self.oid, self.kind, self.text)
-
-
-_LINE = re.compile(r'^(\.[0-9.]+) = (?:([A-Za-z0-9-]+): )?(.*)$')
+class Value(collections.namedtuple("Value", "oid kind text")):
+    """One binding as the tools print it with -On."""
+    int = property(lambda self: int(self.text))
+    str = property(lambda self: self.text[1:-1] if self.text[:1] == '"' else self.text)
 
 
 def parse_values(output):
     values = []
     for line in output.splitlines():
-        m = _LINE.match(line)
+        m = re.match(r'^\.([0-9.]+) = (?:([A-Za-z0-9-]+): )?(.*)$', line)
         if m:
-            values.append(Value(m.group(1).lstrip("."), m.group(2) or "", m.group(3)))
-        elif values:  # a multi-line string value continues here
-            values[-1].text += "\n" + line
+            values.append(Value(m.group(1), m.group(2) or "", m.group(3)))
+        elif values:  # a multi-line string continues
+            values[-1] = values[-1]._replace(text=values[-1].text + "\n" + line)
     return values
 
 
 def tool(cmd, *args, community=RO_COMMUNITY, version="2c", timeout=30):
-    """community None: the client defaults of /etc/snmp/snmp.conf (SNMPv3, say)."""
+    """community None: the client defaults of /etc/snmp/snmp.conf."""
     auth = ["-v", version, "-c", community] if community else []
-    argv = [cmd, *auth, "-On", "-Oe", "-t", "3", "-r", "1", *args]
-    proc = subprocess.run(argv, capture_output=True, text=True, timeout=timeout,
-                          env=dict(os.environ, MIBS=""))
-    out = proc.stdout + proc.stderr
+    p = subprocess.run([cmd, *auth, "-On", "-Oe", "-t", "3", "-r", "1", *args],
+                       capture_output=True, text=True, timeout=timeout, env=dict(os.environ, MIBS=""))
+    out = p.stdout + p.stderr
     m = re.search(r"Reason: \(?(\w+)\)?", out)
-    if m:
-        raise SnmpError(m.group(1), out)
-    if proc.returncode != 0:
-        raise SnmpError("failed", out)
+    if m or p.returncode:
+        raise SnmpError(m.group(1) if m else "failed", out)
     return out
 
 
-def get(*oids, community=RO_COMMUNITY, options=()):
-    values = parse_values(tool("snmpget", *options, AGENT, *oids, community=community))
+def get(*oids, community=RO_COMMUNITY, hex=False):
+    """hex: octet strings printed as hex, for octets()."""
+    values = parse_values(tool("snmpget", *(["-Ox"] if hex else []), AGENT, *oids,
+                               community=community))
     return values[0] if len(oids) == 1 else values
-
-
-def get_hex(*oids, community=RO_COMMUNITY):
-    """GET with every octet string printed as hex (read with octets())."""
-    return get(*oids, community=community, options=["-Ox"])
 
 
 def octets(value):
     return [int(h, 16) for h in re.findall(r"\b[0-9A-Fa-f]{2}\b", value.text)]
 
 
-def getnext(oid):
-    return parse_values(tool("snmpgetnext", AGENT, oid))[0]
+def getnext(*oids):
+    values = parse_values(tool("snmpgetnext", AGENT, *oids))
+    return values[0] if len(oids) == 1 else values
 
 
-def walk(oid=ROOT, bulk=False):
-    # the tools fail a walk whose OIDs do not increase: every walk checks order
+def walk(oid=ROOT, bulk=False):  # the tools fail a walk whose OIDs do not increase
     return parse_values(tool("snmpbulkwalk" if bulk else "snmpwalk", AGENT, oid))
 
 
 def table_rows(entry, column=None):
     """{index: {column: Value}} from a walk of a table entry (or one column)."""
-    table = {}
-    prefix = entry + (".%d" % column if column else "")
+    table, prefix = {}, entry + (".%d" % column if column else "")
     for v in walk(prefix):
         if v.oid.startswith(prefix + "."):  # an empty table reports the prefix itself
             col, index = (int(x) for x in v.oid[len(entry) + 1:].split("."))
@@ -177,7 +140,7 @@ def table_rows(entry, column=None):
 
 
 def set_(*triples, community=RW_COMMUNITY):
-    """set_((oid, type, value), ...): type is the tools' letter (i, s, ...)."""
+    """set_((oid, type letter, value), ...)"""
     args = [str(x) for triple in triples for x in triple]
     return parse_values(tool("snmpset", AGENT, *args, community=community))
 
@@ -190,8 +153,7 @@ def set_error(*triples):
 
 class Process:
     def __init__(self, argv, log_path, **kw):
-        self.log_path = log_path
-        self.log = open(log_path, "ab")
+        self.log_path, self.log = log_path, open(log_path, "ab")
         self.proc = subprocess.Popen(argv, stdout=self.log, stderr=subprocess.STDOUT,
                                      stdin=subprocess.DEVNULL, **kw)
         self.pid = self.proc.pid
@@ -213,13 +175,8 @@ class Process:
     def output(self):
         if not self.log.closed:
             self.log.flush()
-        return open(self.log_path, "rb").read().decode(errors="replace")
-
-
-def _as_user(argv, user):
-    if user is None:
-        return argv
-    return ["setpriv", "--reuid", str(user), "--regid", str(user), "--clear-groups", *argv]
+        with open(self.log_path, "rb") as f:
+            return f.read().decode(errors="replace")
 
 
 class Bed:
@@ -227,16 +184,16 @@ class Bed:
         self.master = self.trap_receiver = None
         self.daemons, self.mounts = [], []
 
-    def mount_tmpfs(self, path, size_mb):
-        """size_mb 0: the bed's own fresh directories, of the default size."""
+    def mount_tmpfs(self, path, size_mb=0):
+        """size_mb 0: a fresh directory of the default size."""
         os.makedirs(path, exist_ok=True)
         subprocess.run(["mount", "-t", "tmpfs", "-o", "size=%dm" % size_mb if size_mb
                         else "mode=0755", "tmpfs", path], check=True)
         self.mounts.append(path)
 
     def start_master(self, extra_conf="", base_conf=MASTER_CONF, probe_community=RO_COMMUNITY):
-        """base_conf replaces the bed's own configuration (then give a
-        community that may read sysUpTime.0 as probe_community)."""
+        """base_conf replaces the bed's configuration; probe_community then
+        names one that may read sysUpTime.0 (None: snmp.conf's defaults)."""
         with open("/etc/snmp/snmpd.conf", "w") as f:
             f.write(base_conf + extra_conf)
         self.master = Process(["/usr/sbin/snmpd", "-f", "-Lf", "/var/log/master.log",
@@ -247,13 +204,11 @@ class Bed:
                 return tool("snmpget", AGENT, "1.3.6.1.2.1.1.3.0", community=probe_community)
             except (SnmpError, subprocess.TimeoutExpired):
                 return False
-        wait_for(lambda: os.path.exists("/var/agentx/master") and answers(),
-                 what="the master agent")
+        wait_for(lambda: os.path.exists("/var/agentx/master") and answers(), what="the master")
 
     def start_trap_receiver(self, *options, log=TRAP_LOG, conf=""):
-        """snmptrapd on 127.0.0.1:162 taking every community (conf: more
-        lines for its configuration); options replace the numeric one-line
-        format that traps() reads."""
+        """snmptrapd on 127.0.0.1:162 taking every community; options replace
+        the one-line format that traps() reads."""
         with open("/etc/snmp/snmptrapd.conf", "w") as f:
             f.write("disableAuthorization yes\n" + conf)
         self.trap_receiver = Process(
@@ -264,8 +219,7 @@ class Bed:
                  what="the trap receiver")
 
     def traps(self):
-        """[(version, enterprise, generic, specific, [(oid, value text)...],
-        wrapper)] in order of arrival."""
+        """[(version, enterprise, generic, specific, [(oid, value)...], wrapper)]"""
         out = []
         for line in open(TRAP_LOG, errors="replace").read().split("\n"):
             if line.startswith("TRAP|"):
@@ -277,7 +231,7 @@ class Bed:
         return out
 
     def freeze(self, *paths):
-        """Binds a copy of each /proc file over it: its figures stop moving."""
+        """Binds a copy of each /proc file over it: its figures hold still."""
         for path in paths:
             copy = "/run/frozen-" + os.path.basename(path)
             with open(path) as src, open(copy, "w") as dst:
@@ -290,10 +244,9 @@ class Bed:
         with open(PERSIST_FILE, "w") as f:
             f.write(text)
 
-    def start_daemon(self, *args, wait=True, user=None, wrapper=(), timeout=20):
+    def start_daemon(self, *args, wait=True, wrapper=(), timeout=20):
         """wrapper: a command the daemon runs under (valgrind, say)."""
-        d = Process(_as_user([*wrapper, DAEMON, *args], user),
-                    "/var/log/temhostd-%d.out" % len(self.daemons))
+        d = Process([*wrapper, DAEMON, *args], "/var/log/temhostd-%d.out" % len(self.daemons))
         self.daemons.append(d)
         if wait:
             self.wait_daemon(d, timeout)
@@ -304,38 +257,32 @@ class Bed:
                  what="temhostd to answer")
 
     def daemon_answers(self, d, community=RO_COMMUNITY):
-        if not d.running():
-            raise AssertionError("temhostd exited with %s:\n%s" % (d.proc.returncode,
-                                                                   d.output()))
+        assert d.running(), "temhostd exited with %s:\n%s" % (d.proc.returncode, d.output())
         try:
             values = get(*READY_OIDS, community=community)
         except SnmpError:
             return False
-        return (all("No Such Object" not in v.text for v in values)
-                and catches_stop_signals(d.pid))
+        return all("No Such Object" not in v.text for v in values) and catches_stop_signals(d.pid)
 
-    def run_daemon(self, *args, user=None, timeout=20):
-        """Runs the daemon to completion; returns (status, stdout, stderr)."""
-        p = subprocess.run(_as_user([DAEMON, *args], user), capture_output=True, text=True,
+    def run_daemon(self, *args, wrapper=(), timeout=20):
+        """Runs the daemon to its end: (status, stdout, stderr)."""
+        p = subprocess.run([*wrapper, DAEMON, *args], capture_output=True, text=True,
                            timeout=timeout, stdin=subprocess.DEVNULL)
         return p.returncode, p.stdout, p.stderr
-
-    def stop_all(self):
-        for p in [*self.daemons, self.master, self.trap_receiver]:
-            if p:
-                p.stop()
-        for path in reversed(self.mounts):
-            subprocess.run(["umount", "-l", path], check=False)
 
 
 @pytest.fixture
 def bed():
-    if not os.environ.get("TEMHOSTD_BUILD"):
+    if not BUILD:
         pytest.skip("run through tests/e2e/run.sh")
     b = Bed()
     try:
         for d in FRESH_DIRS:
-            b.mount_tmpfs(d, 0)
+            b.mount_tmpfs(d)
         yield b
     finally:
-        b.stop_all()
+        for p in [*b.daemons, b.master, b.trap_receiver]:
+            if p:
+                p.stop()
+        for path in reversed(b.mounts):
+            subprocess.run(["umount", "-l", path], check=False)

@@ -20,37 +20,23 @@ def our_lines(path=PERSIST_FILE):
 
 
 def test_clean_stop_stores_the_values_in_order_and_only_then(bed):
-    bed.write_persistent("defaultPollFreq(sec) 60\n")
+    # a line without a value is skipped; 15 characters are no GUID: the default
+    bed.write_persistent("defaultPollFreq(sec) 60\ndefaultPollFreq(sec)\nhostguid %s\n" % ("g" * 15))
     bed.start_master()
     d = bed.start_daemon()
-    assert [v.str for v in get(ROLE, DETAIL)] == ["", ""], "empty until the first store"
-    set_((ROLE, "s", "Web"), (GUID, "s", "0123456789ABCDEF"))
+    assert [v.str for v in get(ROLE, DETAIL, POLL, GUID)] == ["", "", "60", "0" * 16]
+    detail = "d" * 511 + "e"
+    set_((ROLE, "s", "Web"), (DETAIL, "s", detail), (GUID, "s", "0123456789ABCDEF"))
     # after the start-up read the values live in memory; the saved copy has them
     assert our_lines() == []
-    assert our_lines(SAVED_COPY) == ["defaultPollFreq(sec) 60"]
+    assert our_lines(SAVED_COPY) == ["defaultPollFreq(sec) 60", "hostguid " + "g" * 15]
     d.stop()
     assert our_lines() == ["defaultPollFreq(sec) 60", "hostguid 0123456789ABCDEF",
-                           "system_role Web", "system_role_detail Enter System role details"]
+                           "system_role Web", "system_role_detail " + detail]
     assert not os.path.exists(PID_FILE) and not os.path.exists(SAVED_COPY)
-
     bed.start_daemon()
     assert [v.str for v in get(ROLE, DETAIL, POLL, GUID)] == [
-        "Web", "Enter System role details", "60", "0123456789ABCDEF"]
-
-
-def test_long_and_odd_lines_of_the_file(bed):
-    long_detail = "d" * 511 + "e"
-    bed.write_persistent("system_role_detail %s\n" % long_detail)
-    bed.start_master()
-    d = bed.start_daemon()
-    assert get(DETAIL).str == long_detail
-    d.stop()
-    assert "system_role_detail " + long_detail in our_lines()
-    # a line without a value is skipped; 15 characters are no GUID: the default stands in
-    bed.write_persistent("defaultPollFreq(sec) 60\ndefaultPollFreq(sec)\n"
-                         "hostguid %s\n" % ("g" * 15))
-    bed.start_daemon()
-    assert [v.str for v in get(POLL, GUID)] == ["60", "0" * 16]
+        "Web", detail, "60", "0123456789ABCDEF"]
 
 
 def test_abrupt_ends_roll_back_to_the_last_clean_values(bed):
