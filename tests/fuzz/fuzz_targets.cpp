@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: Apache-2.0
+// libFuzzer targets for every parser of outside text, one per build of this
+// file (FUZZ_<target>, see CMakeLists.txt). Any input must parse without a
+// sanitizer report, and what comes out must keep the parser's promises.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+#include "interface/KyOrblHostCpu_interface.h"
+#include "interface/KyOrblHostSysStatus_interface.h"
+#include "interface/vorHoSwVer_interface.h"
+#include "mib-extns/vorHoInfo.h"
+#include "mib-extns/vorHoSysStatusGroup.h"
+#include "mib-extns/vorMeMibGroup.h"
+#include "platform/host_files.h"
+#include "platform/host_paths.h"
+#include "platform/mnttab.h"
+#include "platform/smbios.h"
+#include "platform/standins.h"
+
+namespace {
+// Keeps the reads that prove a bound from being optimised away.
+[[maybe_unused]] volatile size_t s_sink;
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
+    const std::string text(reinterpret_cast<const char *>(data), size);
+#if defined(FUZZ_fuzz_mnttab)
+    // The mount table reader: every entry it returns is NUL-terminated fields.
+    FILE *fp = size ? fmemopen(const_cast<unsigned char *>(data), size, "r") : nullptr;
+    struct mnttab m;
+    for (int rc; fp && (rc = solaris::getmntent(fp, &m)) != -1;)
+        if (rc == 0)
+            s_sink = strlen(m.mnt_special) + strlen(m.mnt_mountp) + strlen(m.mnt_fstype) +
+                     strlen(m.mnt_mntopts);
+    if (fp)
+        fclose(fp);
+#elif defined(FUZZ_fuzz_proc_text)
+    // /proc/stat's processor and boot-time lines, /proc/meminfo, processor lists.
+    for (const platform::CpuTicks &t : platform::parse_stat_cpus(text))
+        if (t.cpu < 0)
+            __builtin_trap(); // a malformed line is left out, not half-read
+    time_t btime;
+    platform::parse_stat_btime(text, btime);
+    uint64_t kb;
+    for (const char *key : {"MemTotal", "MemAvailable", "MemFree", "SwapTotal", "SwapFree"})
+        platform::meminfo_kb(text, key, kb);
+    std::vector<int> cpus;
+    if (platform::parse_cpu_list(text, cpus))
+        for (size_t i = 1; i < cpus.size(); ++i)
+            if (cpus[i] <= cpus[i - 1])
+                __builtin_trap(); // promised ascending
+#elif defined(FUZZ_fuzz_standin_listings)
+    // What the stand-ins parse (dpkg status, /proc/modules, /proc/net/tcp,
+    // inetd.conf) and what the providers parse of their output.
+    for (void (*parse)(std::istream &) :
+         {+[](std::istream &in) { (void)platform::pkginfo_listing(in); },
+          +[](std::istream &in) { (void)platform::modinfo_listing(in); },
+          +[](std::istream &in) { (void)platform::has_telnet_listener(in); },
+          +[](std::istream &in) { (void)platform::inetd_conf_enables_telnet(in); }}) {
+        std::istringstream in(text);
+        parse(in);
+    }
+    if (FILE *fp = size ? fmemopen(const_cast<unsigned char *>(data), size, "r") : nullptr) {
+        unsigned char online[64] = {};
+        mark_online_processors(fp, online, 64);
+        rewind(fp);
+        read_pkg_listing(fp, [](int, const char *) { return 1; });
+        cleanup_swver_list();
+        fclose(fp);
+    }
+#elif defined(FUZZ_fuzz_smbios)
+    // SMBIOS tables of any shape: every record handed out is readable for the
+    // 256 bytes a caller may look at (a System Information UUID sits at 8).
+    static const std::string root = [] {
+        char dir[] = "/tmp/fuzz-smbios.XXXXXX";
+        if (!mkdtemp(dir))
+            abort();
+        std::filesystem::create_directories(std::string(dir) + "/sys/firmware/dmi/tables");
+        platform::set_host_root(dir);
+        static std::string s_root = dir;
+        atexit([] { std::filesystem::remove_all(s_root); });
+        return s_root;
+    }();
+    FILE *f = fopen((root + "/sys/firmware/dmi/tables/DMI").c_str(), "wb");
+    if (!f)
+        abort();
+    fwrite(data, 1, size, f);
+    fclose(f);
+    if (InitSMBIOS())
+        for (BYTE type : {0, 1, 2, 127})
+            for (WORD copy = 0; copy < 3; ++copy) {
+                PVOID record = nullptr;
+                if (SmbGetRecordByType(type, copy, &record) && record)
+                    for (int i = 0; i < 256; ++i)
+                        s_sink = s_sink + static_cast<const BYTE *>(record)[i];
+            }
+#elif defined(FUZZ_fuzz_persistent_tokens)
+    // The persistent file's token parsers, fed as the library feeds them (a
+    // token, then the rest of the line); every value kept stays in its field.
+    static const bool ready = (do_init(), true); // the status record, no query
+    static const char *const tokens[] = {POLL_FREQ_TOKEN, HOST_GUID_TOKEN, SYS_ROLE_TOKEN,
+                                         SYS_ROLE_DETAIL_TOKEN};
+    if (!ready || size == 0)
+        return 0;
+    std::string value = text.substr(1, strnlen(text.c_str() + 1, size - 1)); // a C string
+    load_Orbl_Host_OsComm_tokens(tokens[data[0] % 4], &value[0]);
+    load_Orbl_Host_sysstatus_tokens(tokens[data[0] % 4], &value[0]);
+    load_Orbl_Host_tokens(tokens[data[0] % 4], &value[0]);
+    if (strlen(get_system_role()) > SYS_ROLE_MAX_LEN ||
+        strlen(get_system_role_detail()) > SYS_ROLE_DETAIL_MAX_LEN || g_osCommonPollFrequency < 0)
+        __builtin_trap();
+#else
+#error "name the target: -DFUZZ_<target>"
+#endif
+    return 0;
+}
