@@ -29,7 +29,6 @@ SAVED_COPY = PERSIST_FILE + ".saf"
 # the bindings "oid = TYPE: value" joined by "~" (version 0 SNMPv1, 1 v2c, 3 v3).
 TRAP_LOG = "/var/log/traps.log"
 TRAP_FORMAT = "TRAP|%s|%N|%w|%q|%P|%V~%v\\n"
-TRAP_SINKS = "trapsink 127.0.0.1 {c}\ntrap2sink 127.0.0.1 {c}\n".format(c=RO_COMMUNITY)
 
 
 def wait_for(predicate, timeout=10.0, interval=0.1, what="condition"):
@@ -43,11 +42,10 @@ def wait_for(predicate, timeout=10.0, interval=0.1, what="condition"):
 
 
 def check_walk_rebuilds(interval, change, shows):
-    """Walks rebuild a list at most every `interval` s. change(n) makes change
-    n (0, then 1); shows(n) walks and tells whether it shows. The walk first
-    showing change 0 rebuilt; change 1 must then show no sooner than
-    interval - 1 s after that walk began (the daemon counts whole seconds)
-    and at the first walk begun interval s after it ended."""
+    """Walks rebuild a list at most every `interval` s: change(n) makes change
+    n (0, then 1), shows(n) walks and tells if it shows. Change 1 shows no
+    sooner than interval - 1 s (whole seconds) after the walk that first
+    showed change 0 began, and at the first walk begun interval s after it."""
     walks = ([], [])  # (start, end, shown) of each walk after change n
     for n, after in enumerate(walks):
         change(n)
@@ -64,8 +62,7 @@ def check_walk_rebuilds(interval, change, shows):
 
 
 def catches_stop_signals(pid):
-    """True once SIGTERM and SIGINT handlers are in place (the daemon answers
-    the master before that, while still registering)."""
+    """SIGTERM and SIGINT handlers in place (the daemon answers before that)."""
     try:
         with open("/proc/%d/status" % pid) as f:
             caught = int(next(l for l in f if l.startswith("SigCgt:")).split()[1], 16)
@@ -75,9 +72,7 @@ def catches_stop_signals(pid):
 
 
 class SnmpError(Exception):
-    def __init__(self, reason, output):
-        super().__init__(reason + ": " + output)
-        self.reason = reason
+    """args: the tools' reason (noSuchName, wrongLength, ...), their output."""
 
 
 class Value(collections.namedtuple("Value", "oid kind text")):
@@ -100,8 +95,8 @@ def parse_values(output):
 def tool(cmd, *args, community=RO_COMMUNITY, version="2c", timeout=30):
     """community None: the client defaults of /etc/snmp/snmp.conf."""
     auth = ["-v", version, "-c", community] if community else []
-    p = subprocess.run([cmd, *auth, "-On", "-Oe", "-t", "3", "-r", "1", *args],
-                       capture_output=True, text=True, timeout=timeout, env=dict(os.environ, MIBS=""))
+    p = subprocess.run([cmd, *auth, "-On", "-Oe", "-t", "3", "-r", "1", *args], text=True,
+                       capture_output=True, timeout=timeout, env=dict(os.environ, MIBS=""))
     out = p.stdout + p.stderr
     m = re.search(r"Reason: \(?(\w+)\)?", out)
     if m or p.returncode:
@@ -109,20 +104,18 @@ def tool(cmd, *args, community=RO_COMMUNITY, version="2c", timeout=30):
     return out
 
 
-def get(*oids, community=RO_COMMUNITY, hex=False):
+def get(*oids, community=RO_COMMUNITY, hex=False, cmd="snmpget"):
     """hex: octet strings printed as hex, for octets()."""
-    values = parse_values(tool("snmpget", *(["-Ox"] if hex else []), AGENT, *oids,
-                               community=community))
+    values = parse_values(tool(cmd, *(["-Ox"] if hex else []), AGENT, *oids, community=community))
     return values[0] if len(oids) == 1 else values
+
+
+def getnext(*oids):
+    return get(*oids, cmd="snmpgetnext")
 
 
 def octets(value):
     return [int(h, 16) for h in re.findall(r"\b[0-9A-Fa-f]{2}\b", value.text)]
-
-
-def getnext(*oids):
-    values = parse_values(tool("snmpgetnext", AGENT, *oids))
-    return values[0] if len(oids) == 1 else values
 
 
 def walk(oid=ROOT, bulk=False):  # the tools fail a walk whose OIDs do not increase
@@ -148,7 +141,7 @@ def set_(*triples, community=RW_COMMUNITY):
 def set_error(*triples):
     with pytest.raises(SnmpError) as e:
         set_(*triples)
-    return e.value.reason
+    return e.value.args[0]
 
 
 class Process:

@@ -9,34 +9,29 @@ import urllib.request
 
 from conftest import ROOT, SOURCE, Process, get, octets, table_rows, wait_for
 
-CONTRIB = os.path.join(SOURCE, "contrib", "prometheus")
-LISTEN = "127.0.0.1:9116"
+CONTRIB, LISTEN = os.path.join(SOURCE, "contrib", "prometheus"), "127.0.0.1:9116"
 FS, CPU, SW = ROOT + ".2.4.1.1", ROOT + ".2.3.1.1", ROOT + ".2.7.2.1"
-MEMORY = {"temhostd_%s_megabytes" % n: ROOT + ".2.13.%d.0" % i for i, n in enumerate(
-    ("physical_memory_size", "physical_memory_free", "paging_size", "paging_free"), 1)}
+INTEGERS = {"physical_memory_size_megabytes": ".2.13.1.0", "mib_condition": ".1.3.0",
+            "physical_memory_free_megabytes": ".2.13.2.0", "trap_flags": ".2.11.1.0",
+            "paging_size_megabytes": ".2.13.3.0", "code_server": ".2.10.4.0",
+            "paging_free_megabytes": ".2.13.4.0", "hw_platform": ".2.15.1.0"}
+TEXTS = {"agent_version": ".2.7.3.0", "os_name": ".2.2.1.0", "os_release": ".2.2.2.0"}
 FS_COLUMNS = {3: "size_megabytes", 4: "used_megabytes", 5: "used_percent", 6: "files",
               7: "files_used"}
-CPU_COLUMNS = {2: "1m", 3: "5m", 4: "30m", 5: "60m"}
-STATUS = {"mib_condition": ".1.3.0", "trap_flags": ".2.11.1.0", "code_server": ".2.10.4.0",
-          "hw_platform": ".2.15.1.0"}  # integers as they are
-TEXTS = {"agent_version": ".2.7.3.0", "os_name": ".2.2.1.0",
-         "os_release": ".2.2.2.0"}  # a label named after the metric
-STATUS_ARRAY, GUID = ROOT + ".2.10.1.0", ROOT + ".2.10.3.0"
 
 
 def scrape():
     """{name: {frozenset of labels: value}} of the temhostd series."""
     url = "http://%s/snmp?target=127.0.0.1&module=temhostd" % LISTEN
     with urllib.request.urlopen(url, timeout=30) as r:
-        text = r.read().decode()
+        lines = [l for l in r.read().decode().splitlines() if l.startswith("temhostd_")]
     out = {}
-    for line in text.splitlines():
-        if line.startswith("temhostd_"):
-            m = re.match(r'^(\w+)(?:\{(.*)\})? (\S+)$', line)
-            assert m, "unreadable exposition line: " + line
-            labels = {k: bytes(v, "utf-8").decode("unicode_escape")
-                      for k, v in re.findall(r'(\w+)="((?:[^"\\]|\\.)*)"', m.group(2) or "")}
-            out.setdefault(m.group(1), {})[frozenset(labels.items())] = float(m.group(3))
+    for line in lines:
+        m = re.match(r'^(\w+)(?:\{(.*)\})? (\S+)$', line)
+        assert m, "unreadable exposition line: " + line
+        labels = {k: bytes(v, "utf-8").decode("unicode_escape")
+                  for k, v in re.findall(r'(\w+)="((?:[^"\\]|\\.)*)"', m.group(2) or "")}
+        out.setdefault(m.group(1), {})[frozenset(labels.items())] = float(m.group(3))
     return out
 
 
@@ -62,8 +57,13 @@ def test_scrape_equals_snmp(bed):
 
     def expect(name, value, **labels):
         want.setdefault("temhostd_" + name, {})[frozenset(labels.items())] = value
-    for name, oid in MEMORY.items():
-        expect(name[9:], get(oid).int)
+    for name, oid in INTEGERS.items():
+        expect(name, get(ROOT + oid).int)
+    for name, oid in TEXTS.items():
+        expect(name, 1, **{"temhostd_" + name: get(ROOT + oid).str})
+    expect("enterprise_overall_condition", octets(get(ROOT + ".2.10.1.0", hex=True))[1])
+    guid = bytes(octets(get(ROOT + ".2.10.3.0", hex=True)))
+    expect("guid", 1, temhostd_guid="0x" + guid.hex().upper() if guid else "")
     for i, cols in table_rows(FS).items():
         for c, name in FS_COLUMNS.items():
             expect("fs_" + name, cols[c].int, index=str(i), description=cols[2].str)
@@ -71,18 +71,11 @@ def test_scrape_equals_snmp(bed):
         expect("software_info", 1, index=str(i), name=r[4].str, version=r[8].str,
                kind=r[3].text, status=r[2].text)
         expect("software_status", r[2].int, index=str(i), name=r[4].str, kind=r[3].text)
-    for name, oid in STATUS.items():
-        expect(name, get(ROOT + oid).int)
-    for name, oid in TEXTS.items():
-        expect(name, 1, **{"temhostd_" + name: get(ROOT + oid).str})
-    expect("enterprise_overall_condition", octets(get(STATUS_ARRAY, hex=True))[1])
-    guid = bytes(octets(get(GUID, hex=True)))
-    expect("guid", 1, temhostd_guid="0x" + guid.hex().upper() if guid else "")
     cpu_before = table_rows(CPU)
     got = scrape()
     cpu_after = table_rows(CPU)
     for i in cpu_before:  # an average is exported once known (not -1)
-        for c, w in CPU_COLUMNS.items():
+        for c, w in {2: "1m", 3: "5m", 4: "30m", 5: "60m"}.items():
             name, key = "temhostd_cpu_busy_%s_percent" % w, frozenset({("processor", str(i))})
             reads = {cpu_before[i][c].int, cpu_after[i][c].int}
             if len(reads) > 1:  # the sample came between the reads: either is right

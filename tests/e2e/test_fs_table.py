@@ -6,18 +6,10 @@ is off (polling on: test_daemon.py's refresh alarm test)."""
 import os
 import subprocess
 
-from conftest import AGENT, ROOT, check_walk_rebuilds, get, getnext, parse_values, set_, \
-    set_error, table_rows, tool, walk
+from conftest import ROOT, check_walk_rebuilds, get, getnext, set_, set_error, table_rows, walk
 
 TABLE = ROOT + ".2.4.1"
 ENTRY = TABLE + ".1"
-
-
-def rows():
-    table = table_rows(ENTRY)
-    for index, cols in table.items():
-        assert sorted(cols) == list(range(1, 8)), "seven columns in row %d" % index
-    return table
 
 
 def described(table):
@@ -40,8 +32,9 @@ def test_rows_figures_order_getnext_and_refusals(bed):
     bed.write_persistent("defaultPollFreq(sec) 900\n")
     bed.start_master()
     bed.start_daemon()
-    table = rows()
+    table = table_rows(ENTRY)
     assert sorted(table) == list(range(len(table))), "indexes 0..n-1 without gaps"
+    assert all(sorted(cols) == list(range(1, 8)) for cols in table.values()), "seven columns"
     names = described(table)
     a, b = names["tmpfs On /mnt/fs-a"], names["tmpfs On /mnt/fs-b"]
     assert a < b, "mount-table order"
@@ -72,7 +65,7 @@ def test_rows_figures_order_getnext_and_refusals(bed):
             assert (got.oid, got.text) == want, start
     # one message naming rows far apart: every varbind gets its own next row
     many = [entry + (6, last - 1), entry + (2, 0), entry + (3, last)]
-    got = parse_values(tool("snmpgetnext", AGENT, *(".".join(map(str, o)) for o in many)))
+    got = getnext(*(".".join(map(str, o)) for o in many))
     assert [v.oid for v in got] == [after(o)[0] for o in many]
     assert [(v.oid, v.text) for v in walk(TABLE, bulk=True)] == \
         [(v.oid, v.text) for v in walk(TABLE)]

@@ -8,15 +8,10 @@ import signal
 
 from conftest import ROOT, set_, walk
 
-WRITABLE = [  # a valid SET of each writable object
-    (ROOT + ".2.2.6.0", "s", "Web"),
-    (ROOT + ".2.2.7.0", "s", "front end"),
-    (ROOT + ".2.8.1.0", "s", "disk replaced"),
-    (ROOT + ".2.8.2.0", "s", "patch 7"),
-    (ROOT + ".2.10.3.0", "s", "0123456789ABCDEF"),
-    (ROOT + ".2.1.4.1.0", "i", 30),
-    (ROOT + ".2.7.2.1.3.1", "i", 4),  # the package below (the run's /var is private)
-]
+WRITABLE = [(ROOT + ".2.2.6.0", "s", "Web"), (ROOT + ".2.2.7.0", "s", "front end"),
+            (ROOT + ".2.8.1.0", "s", "disk replaced"), (ROOT + ".2.8.2.0", "s", "patch 7"),
+            (ROOT + ".2.10.3.0", "s", "0123456789ABCDEF"), (ROOT + ".2.1.4.1.0", "i", 30),
+            (ROOT + ".2.7.2.1.3.1", "i", 4)]  # a valid SET of each writable object
 
 
 def test_a_whole_life_under_valgrind(bed):
