@@ -8,22 +8,25 @@
 set -eu
 cd "$(dirname "$0")/.."
 build=build-asan
+start=$(date +%s)
+step() { echo "== $* ($(($(date +%s) - start)) s in)"; }
 scripts/install-deps.sh "$PWD/$build/mibs-base"
 
-echo "== formatting"
+step formatting
 git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
 
-echo "== clang build with ASan and UBSan, warnings as errors"
+step "clang build with ASan and UBSan, warnings as errors"
 CC=clang CXX=clang++ cmake -S . -B $build -DTEMHOSTD_SANITIZE=ON -DTEMHOSTD_FUZZ=ON \
     -DTEMHOSTD_WERROR=ON -DTEMHOSTD_FUZZ_SECONDS=5 -DTEMHOSTD_STRESS_SECONDS=20 \
     -DTEMHOSTD_E2E_BUILD="$PWD/$build/deb" >/dev/null
 cmake --build $build -j"$(nproc)"
 
-echo "== the package's build (gcc), no warning allowed"
+step "the package's build (gcc), no warning allowed"
 if ! scripts/build-deb.sh $build/deb >$build/deb.log 2>&1 || grep ': warning:' $build/deb.log; then
     cat $build/deb.log
     exit 1
 fi
 
-echo "== all tests"
-ctest --test-dir $build -j3 --output-on-failure
+step "all tests"
+ctest --test-dir $build -j4 --output-on-failure
+step done
