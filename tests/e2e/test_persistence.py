@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The values that outlive a restart: the persistent file's lines, their
 limits, and the rollback through the saved copy after an abrupt end (the
-stored GUID beside the SMBIOS one: test_status.py)."""
+stored GUID beside the SMBIOS one: test_scalars.py)."""
 
 import os
 import random
@@ -11,6 +11,7 @@ import time
 from conftest import PERSIST_FILE, PID_FILE, ROOT, SAVED_COPY, get, set_
 
 ROLE, DETAIL, POLL, GUID = (ROOT + s for s in (".2.2.6.0", ".2.2.7.0", ".2.1.4.1.0", ".2.10.3.0"))
+GUID15 = "g" * 15
 OURS = ("defaultPollFreq(sec) ", "hostguid ", "system_role ", "system_role_detail ")
 
 
@@ -21,7 +22,7 @@ def our_lines(path=PERSIST_FILE):
 
 def test_clean_stop_stores_the_values_in_order_and_only_then(bed):
     # a line without a value is skipped; 15 characters are no GUID: the default
-    bed.write_persistent("defaultPollFreq(sec) 60\ndefaultPollFreq(sec)\nhostguid %s\n" % ("g" * 15))
+    bed.write_persistent("defaultPollFreq(sec) 60\ndefaultPollFreq(sec)\nhostguid %s\n" % GUID15)
     bed.start_master()
     d = bed.start_daemon()
     assert [v.str for v in get(ROLE, DETAIL, POLL, GUID)] == ["", "", "60", "0" * 16]
@@ -29,7 +30,7 @@ def test_clean_stop_stores_the_values_in_order_and_only_then(bed):
     set_((ROLE, "s", "Web"), (DETAIL, "s", detail), (GUID, "s", "0123456789ABCDEF"))
     # after the start-up read the values live in memory; the saved copy has them
     assert our_lines() == []
-    assert our_lines(SAVED_COPY) == ["defaultPollFreq(sec) 60", "hostguid " + "g" * 15]
+    assert our_lines(SAVED_COPY) == ["defaultPollFreq(sec) 60", "hostguid " + GUID15]
     d.stop()
     assert our_lines() == ["defaultPollFreq(sec) 60", "hostguid 0123456789ABCDEF",
                            "system_role Web", "system_role_detail " + detail]

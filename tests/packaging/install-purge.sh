@@ -76,8 +76,11 @@ cmd=$(zcat /usr/share/doc/temhostd/README.md.gz |
     sed -n '/^## Running beside/,/^## /s/^ \{4,\}\(snmpwalk .* -m .*\)/\1/p')
 [ -n "$cmd" ] && zcat /usr/share/man/man8/temhostd.8.gz | sed 's/\\-/-/g' | grep -qxF -- "$cmd" ||
     fail "the man page's EXAMPLES lack the README's step 4: $cmd"
+# Every object by the name of its own MIB leaf: one sub-identifier (.0, or
+# a table row's index) follows it; more would mean an ancestor's name.
 out=$(sh -c "$cmd" 2>&1) && printf '%s\n' "$out" | grep -q '^TEMHOSTD-MIB::vorHoName\.0 = STRING: ' &&
-    ! printf '%s\n' "$out" | grep -q Cannot || fail "no names from $cmd: $out"
+    ! printf '%s\n' "$out" | grep -e Cannot -e ' = ' | grep -qvE '^TEMHOSTD-MIB::\w+\.[0-9]+ = ' ||
+    fail "not every object named by its MIB leaf in $cmd: $out"
 
 kill -TERM $daemon
 wait $daemon && status=0 || status=$?

@@ -120,4 +120,29 @@ TEST_F(CpuSampler, EachProcessorItsOwnLoadOffLineOnesZero) {
                                 cpu(n - 1).cpu_1min}));
 }
 
+// The listing (a program started) is taken again only when the processors
+// in the statistics change or the last one is a minute old; a sample that
+// cannot be read changes nothing, and the next measures from the last good.
+TEST_F(CpuSampler, ListingOnlyWhenDueAndFailedSamplesLoseNothing) {
+    ASSERT_NO_FATAL_FAILURE(host(2));
+    root.write("psrinfo", "#!/bin/sh\necho >>\"$0.runs\"\nprintf '0 on-line\\n1 on-line\\n'\n");
+    const struct {
+        time_t step;
+        bool both;
+        size_t runs;
+    } steps[] = {{0, true, 1},   {10, true, 1},  {49, true, 1}, {1, true, 2},
+                 {10, false, 3}, {10, false, 3}, {10, true, 4}};
+    for (const auto &s : steps) {
+        now += s.step;
+        sample({{0, 0, 0, 0}, s.both ? std::vector<uint_t>{0, 0, 0, 0} : std::vector<uint_t>{}});
+        std::ifstream runs(root.path + "/psrinfo.runs");
+        EXPECT_EQ(s.runs, std::string(std::istreambuf_iterator<char>(runs), {}).size()) << now;
+    }
+    sample({{30, 0, 70, 0}, {}});
+    std::filesystem::remove(root.path + "/proc/stat");
+    EXPECT_EQ(0, refresh_cpuLoad_CB());
+    sample({{130, 0, 70, 0}, {}});
+    EXPECT_EQ(22, cpu(0).cpu_1min) << "(30 + 100 + four zeros) / 6";
+}
+
 } // namespace

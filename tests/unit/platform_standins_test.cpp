@@ -52,6 +52,17 @@ TEST(PlatformStandins, SvcsTimesAndPsrinfoStates) {
               platform::psrinfo_line(1, platform::ProcessorState::Offline, now).substr(0, 17));
 }
 
+// modinfo's listing of /proc/modules: well-formed lines only, under its header.
+TEST(PlatformStandins, ModinfoListsWellFormedModuleLines) {
+    std::istringstream in("ext4 1003520 2 - Live 0xffffffffc0a00000\nnf_tables 307200 0 - Live "
+                          "0x0000000000000000 (E)\nbad_size 12x 0 - Live 0xffffffffc0000000\n"
+                          "bad_addr 4096 0 - Live ffffffffc0000000\nhalf a line\n\x01\xff\n");
+    EXPECT_EQ(" Id Loadaddr   Size Info Rev Module Name\n"
+              "  1 ffffffffc0a00000  f5000    -   1  ext4 (ext4)\n"
+              "  2        0  4b000    -   1  nf_tables (nf_tables)\n",
+              platform::modinfo_listing(in));
+}
+
 // Lines without shell syntax run directly (the daemon is the parent), the
 // rest through the shell; either way the program starts with nothing
 // blocked and SIGPIPE at its default, whatever the daemon holds.

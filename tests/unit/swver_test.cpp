@@ -2,6 +2,7 @@
 // The software inventory: package kinds, the rows of a listing with their
 // programs' states, and a SET whose row a rebuild replaced.
 #include <cstdio>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,7 @@
 
 #include "interface/vorHoSwVer_interface.h"
 #include "mib-extns/vorHoSwVerTable.h"
+#include "unit_helpers.h"
 
 namespace {
 
@@ -33,6 +35,7 @@ struct SwVer : ::testing::Test {
     void TearDown() override {
         cleanup_swver_list();
         set_swver_command_runner(nullptr);
+        free_softwareWatch();
     }
     static void parse(const std::string &listing) {
         FILE *fp = fmemopen(const_cast<char *>(listing.data()), listing.size(), "r");
@@ -101,6 +104,36 @@ TEST_F(SwVer, ActionFindsItsRowByIndexAfterARebuild) {
         alterList = edit->next;
         delete edit;
     }
+}
+
+// Rows of the filters and of the watch list ask the process and the module
+// lists: each runs once per refresh whatever the rows, and again next time.
+std::map<std::string, int> g_runs;
+TEST_F(SwVer, EachListRunsOncePerRefreshForEveryRowThatAsks) {
+    for (std::string line : {"agent temhostd process temhostd", "driver mydrv module mydrv"})
+        parse_softwareWatch(SWVER_WATCH_TOKEN, line.data());
+    ScratchDir dir;
+    dir.command("pkginfo", pkg("KYQvane") + pkg("KYQtem") + pkg("VORlynx3", "VOR nic") +
+                               pkg("temhostd") + pkg("mydrv-dkms"));
+    set_swver_command_runner([](const char *command, std::vector<std::string> *lines) {
+        ++g_runs[command];
+        *lines = {"root 8 1 0 10:00 ? 00:00:01 /usr/bin/temhostd",
+                  "  1 c0a00000  f5000    -   1  mydrv (mydrv)"};
+        return true;
+    });
+    for (int refresh = 0; refresh < 2; ++refresh) {
+        g_runs.clear();
+        ASSERT_EQ(1, refresh_SwverLoad_CB());
+        EXPECT_EQ(2u, g_runs.size());
+        for (const auto &[command, runs] : g_runs)
+            EXPECT_EQ(1, runs) << command;
+    }
+    std::vector<std::string> states;
+    for (const vorHo_Swver_t *n = swVerList; n; n = n->next)
+        states.push_back(std::string(n->vorSwverEntry->name) + " " +
+                         std::to_string(n->vorSwverEntry->status));
+    EXPECT_EQ(states, (std::vector<std::string>{"KYQvane 1", "KYQtem 2", "VORlynx3 3", "temhostd 2",
+                                                "mydrv-dkms 2"}));
 }
 
 } // namespace

@@ -1,11 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The status, client, trap-info and miscellaneous scalars through a real
-master: values, the MIB status array (with a second MIB of the enterprise
-served by the master), the GUID's sources, SET checks, and the local
-queries against a master without the daemon's community or with SNMPv3
-users only."""
+"""The scalar groups through a real master: host identity, telnet, memory,
+the status, client, trap-info and miscellaneous values, the MIB status array
+(with a second MIB of the enterprise served by the master), the GUID's
+sources, SET checks, and the local queries against a master without the
+daemon's community or with SNMPv3 users only."""
 
 import os
+import socket
 import time
 
 from conftest import AGENT, READY_OIDS, ROOT, get, octets, parse_values, set_, set_error, \
@@ -13,9 +14,10 @@ from conftest import AGENT, READY_OIDS, ROOT, get, octets, parse_values, set_, s
 
 S = ROOT + ".2"
 STATUS_ARRAY, CONFIG_DATE, GUID, CODE_SERVER, WEB_PORT = (S + ".10.%d.0" % i for i in range(1, 6))
-TRAP_FLAGS, CLIENT_MODIFIED = S + ".11.1.0", S + ".12.1.0"
-GENERIC, CRITICAL = S + ".8.1.0", S + ".8.2.0"
-NEXT_INDEX, AGENTS_VER, PLATFORM = S + ".7.1.0", S + ".7.3.0", S + ".15.1.0"
+TRAP_FLAGS, CLIENT_MODIFIED, TELNET, ROLE, DETAIL = S + ".11.1.0", S + ".12.1.0", \
+    S + ".2.5.0", S + ".2.6.0", S + ".2.7.0"
+GENERIC, CRITICAL, NEXT_INDEX, AGENTS_VER = S + ".8.1.0", S + ".8.2.0", S + ".7.1.0", S + ".7.3.0"
+PLATFORM, MEMORY = S + ".15.1.0", [S + ".13.%d.0" % i for i in range(1, 5)]
 NO_ANSWER_LINE = "Local SNMP queries to the master agent get no answer"
 # MIB 3 of the enterprise, served by the master from a file the test rewrites.
 PASS_SCRIPT = """[ "$1" = "-g" ] || exit 0
@@ -34,6 +36,7 @@ def entries(*items):
 
 
 def test_values_status_array_guid_and_set_checks(bed):
+    bed.freeze("/proc/meminfo")  # free memory and swap hold still
     bed.mount_tmpfs("/sys/firmware", 1)
     os.makedirs("/sys/firmware/dmi/tables")
     uuid = bytes([0x4c, 0x4c, 0x45, 0x44, 0, 0x31, 0x10, 0x80]) + bytes(range(1, 9))
@@ -48,8 +51,23 @@ def test_values_status_array_guid_and_set_checks(bed):
     bed.start_master("pass .1.3.6.1.4.1.32473.3 /bin/sh /run/mib3.sh\n")
     started = int(time.time())
     bed.start_daemon()
+    u, page = os.uname(), os.sysconf("SC_PAGE_SIZE")
+    assert [v.str for v in get(*(S + ".2.%d.0" % i for i in range(1, 5)))] == [
+        u.sysname, u.release, "%s running %s %s %s" % (u.nodename, u.sysname, u.release,
+                                                       u.version), "19"]
+    with open("/proc/meminfo") as f:
+        m = {l.split(":")[0]: int(l.split()[1]) for l in f if l.split()[1:]}
+    assert [v.int for v in get(*MEMORY)] == [os.sysconf("SC_PHYS_PAGES") * page // 2 ** 20 + 1] + [
+        m[k] * 1024 // page * page // 2 ** 20 for k in ("MemAvailable", "SwapTotal", "SwapFree")]
+    assert get(TELNET).int == 3
+    with socket.socket(socket.AF_INET, socket.SOCK_STREAM) as s:
+        s.bind(("127.0.0.1", 23))
+        s.listen(1)
+        assert get(TELNET).int == 2
+    assert get(TELNET).int == 3, "queried afresh on every GET"
+
     v = get(AGENTS_VER, PLATFORM, CODE_SERVER, WEB_PORT, TRAP_FLAGS, CLIENT_MODIFIED, GENERIC,
-            CRITICAL, NEXT_INDEX, CONFIG_DATE, STATUS_ARRAY, GUID, hex=True)
+            CRITICAL, NEXT_INDEX, CONFIG_DATE, STATUS_ARRAY, GUID, ROLE, DETAIL, hex=True)
     assert bytes(octets(v[0])) == b"2.3.0.0"
     assert [x.int for x in v[1:5]] == [3, 0, 2381, 0]
     assert octets(v[5]) == [0xFF, 0xFF]
@@ -63,6 +81,7 @@ def test_values_status_array_guid_and_set_checks(bed):
     assert octets(v[9]) in [date(t) for t in range(started, int(time.time()) + 1)]
     assert octets(v[10]) == entries((0, [1, 4, 8, 0]), (3, [1, 4, 3, 7]), (11, [1, 2, 1, 26]))
     assert octets(v[11]) == [0x4c, 0x4c, 0x45, 0x44], "SMBIOS UUID up to its first zero"
+    assert octets(v[12]) == octets(v[13]) == [], "the roles are empty until set"
     # New answers show after the next GET of the web-management port; the
     # revisions going silent keep their last values.
     with open("/run/mib3.values", "w") as f:
@@ -71,20 +90,23 @@ def test_values_status_array_guid_and_set_checks(bed):
     assert octets(get(STATUS_ARRAY, hex=True)) == entries(
         (0, [1, 2, 8, 0]), (3, [1, 1, 3, 7]), (11, [1, 2, 1, 26]))
 
+    for oid, limit in ((ROLE, 64), (DETAIL, 512), (GENERIC, 254), (CRITICAL, 511)):
+        full = "".join(chr(ord("a") + i % 26) for i in range(limit))
+        set_((oid, "s", full))
+        assert set_error((oid, "s", full + "x")) == "wrongLength"
+        assert set_error((oid, "i", 5)) == "wrongType"
+        assert get(oid).str == full, "refused SETs change nothing"
+    set_((ROLE, "s", "web"), (DETAIL, "s", ""))
+    assert set_error((ROLE, "s", "database"), (DETAIL, "s", "d" * 513)) == "wrongLength"
+    assert [v.str for v in get(ROLE, DETAIL)] == ["web", ""], "a failing binding undoes the SET"
     for bad in ("G" * 15, "G" * 18):
         assert set_error((GUID, "s", bad)) == "wrongLength"
+    assert set_error((GUID, "i", 1)) == "wrongType"
     for good in ("0123456789abcdef", "0123456789abcdefg"):
         set_((GUID, "s", good))
         assert bytes(octets(get(GUID, hex=True))) == good.encode()
-    for oid, limit in ((GENERIC, 254), (CRITICAL, 511)):
-        set_((oid, "s", "g" * limit))
-        assert set_error((oid, "s", "g" * (limit + 1))) == "wrongLength"
-    for oid in (GUID, GENERIC, CRITICAL):
-        assert set_error((oid, "i", 1)) == "wrongType", oid
-    v = get(GENERIC, CRITICAL, hex=True)
-    assert (len(octets(v[0])), len(octets(v[1]))) == (254, 511), "refused SETs change nothing"
     for oid in (STATUS_ARRAY, CONFIG_DATE, CODE_SERVER, WEB_PORT, TRAP_FLAGS, CLIENT_MODIFIED,
-                NEXT_INDEX, AGENTS_VER, PLATFORM):
+                NEXT_INDEX, AGENTS_VER, PLATFORM, MEMORY[0]):
         assert set_error((oid, "i", 1)) == "notWritable", oid
 
 
