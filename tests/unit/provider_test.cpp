@@ -1,0 +1,475 @@
+// SPDX-License-Identifier: Apache-2.0
+// The data providers, the status record and the trap module.
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "interface/KYOrblHost_Trigger.h"
+#include "interface/KyOrblHostCpu_interface.h"
+#include "interface/KyOrblHostFs_interface.h"
+#include "interface/KyOrblHostMemory_interface.h"
+#include "interface/KyOrblHostOsInfo_interface.h"
+#include "interface/KyOrblHostSysStatus_interface.h"
+#include "interface/KyOrblNetSnmp_helpers.h"
+#include "interface/vorHoSwVer_interface.h"
+#include "mib-extns/object_map.h"
+#include "mib-extns/vorHoSwVerTable.h"
+#include "platform/swapctl.h"
+#include "unit_helpers.h"
+
+namespace {
+
+// Telnet's state from what a stand-in svcs prints; the command runs through
+// the shell from a directory whose name needs quoting.
+TEST(HostOsInfo, TelnetOnlineOnlyWhenItsLineSaysSo) {
+    ScratchDir dir;
+    const std::pair<const char *, int> cases[] = {{"online", 2}, {"disabled", 3}};
+    for (const auto &[state, expected] : cases) {
+        dir.command("svcs", std::string(state) + "   Nov_22   svc:/network/telnet:default\n");
+        EXPECT_EQ(expected, get_HostOSTelnet()) << state;
+    }
+}
+
+// A host with whatever memory a test needs, 4 kB pages.
+struct FakeHost {
+    long phys_pages;
+    uint64_t freemem;
+    anoninfo swap;
+} fake;
+
+const MemorySource fake_source = {
+    [](int name) { return name == _SC_PAGESIZE ? 4096L : fake.phys_pages; }, [] { return 4096; },
+    [] { return fake.freemem; },
+    [](int, void *arg) {
+        *static_cast<anoninfo *>(arg) = fake.swap;
+        return 0;
+    }};
+
+// Physical size and free, paging space size and free, in MB.
+std::vector<long> figures() {
+    return {get_PhysicalMemorySizeMB(), get_PhysicalMemoryFreeMB(), get_VirtualMemorySizeMB(),
+            get_VirtualMemoryFreeMB()};
+}
+
+TEST(HostMemory, SizeRoundsUpReservedSwapIsNotFreeAndHugeHostsSaturate) {
+    set_memory_source(&fake_source);
+    p_pagetok = nullptr; // the converter is otherwise chosen once per process
+    fake = {262144, 1000, {131072, 0, 32768}};
+    EXPECT_EQ((std::vector<long>{1025, 3, 512, 384}), figures());
+    fake = {1L << 42, 1ULL << 42, {1UL << 42, 0, 0}}; // past a 32-bit INTEGER even in MB
+    EXPECT_EQ(std::vector<long>(4, INT_MAX), figures());
+    set_memory_source(nullptr);
+    p_pagetok = nullptr;
+}
+
+TEST(FsFigures, WorkedExamplesAndZeroRules) {
+    const struct {
+        unsigned long frsize, bsize;
+        uint64_t blocks, bfree;
+        long total, used;
+        uintmax_t percent;
+        const char *what;
+    } cases[] = {
+        {4096, 8192, 1000000, 250000, 3906, 2930, 76, "75.0 % plus one"},
+        {4096, 4096, 1000000, 0, 3906, 3906, 101, "full reads 101"},
+        {4096, 4096, 200, 100, 0, 0, 0, "under 1 MB"},
+        {0, 4096, 1000000, 250000, 3906, 3906, 76, "no fragment size: nothing counts as free"},
+        {4096, 4096, 0, 0, 0, 0, 0, "no blocks"},
+        {4096, 4096, 1ull << 40, (1ull << 40) - 256, INT32_MAX, 1, 1, "4 EiB: the size clamps"},
+    };
+    for (const auto &c : cases) {
+        struct statvfs v {};
+        v.f_frsize = c.frsize, v.f_bsize = c.bsize, v.f_blocks = c.blocks, v.f_bfree = c.bfree;
+        fs_usage u{};
+        fill_fs_figures(&u, v);
+        EXPECT_EQ(c.total, u.fsu_totalMB) << c.what;
+        EXPECT_EQ(c.used, u.fsu_usedMB) << c.what;
+        EXPECT_EQ(c.percent, u.fsu_percent) << c.what;
+    }
+}
+
+// The fixture mounts the pseudo types on "/", so that only their exclusion
+// keeps them out, and names a mount point gone since; every rebuild
+// numbers its rows from 0.
+TEST(FsList, PseudoTypesAndVanishedMountsLeftOutRowsFromZero) {
+    use_fixture("fs/mixed");
+    for (int rebuild = 0; rebuild < 2; ++rebuild) {
+        refresh_flist_CB();
+        std::vector<std::string> rows;
+        for (const vorHost_fs_usage_t *n = FileSysUsageList; n; n = n->next) {
+            EXPECT_EQ(static_cast<int>(rows.size()), n->pFsUsage->index);
+            rows.emplace_back(n->pFsUsage->vorHoFileSysDesc);
+        }
+        EXPECT_EQ((std::vector<std::string>{"/dev/sda1 On /", "tmpfs On /tmp"}), rows);
+    }
+    erase_fs_container();
+    platform::set_host_root("");
+}
+
+// The CPU load sampler driven by tick samples in a scratch host tree, a
+// stand-in psrinfo and an injected clock.
+cpu_stat_t ticks(uint_t user, uint_t kernel, uint_t idle, uint_t wait) {
+    cpu_stat_t s{};
+    s.cpu_sysinfo.cpu[CPU_USER] = user, s.cpu_sysinfo.cpu[CPU_KERNEL] = kernel;
+    s.cpu_sysinfo.cpu[CPU_IDLE] = idle, s.cpu_sysinfo.cpu[CPU_WAIT] = wait;
+    return s;
+}
+
+TEST(CpuLoad, WorkedSharesZeroDeltaAndWrap) {
+    const cpu_stat_t zero{};
+    EXPECT_EQ(80u, cpu_load_percent(zero, ticks(60, 20, 15, 5))) << "waiting is no work";
+    EXPECT_EQ(12u, cpu_load_percent(zero, ticks(13, 0, 87, 0))) << "0.13 is stored just below";
+    EXPECT_EQ(0u, cpu_load_percent(ticks(5, 6, 7, 8), ticks(5, 6, 7, 8))) << "no tick passed";
+    // User ticks wrapped from near 2^32: the difference is still 30 of 40.
+    EXPECT_EQ(75u, cpu_load_percent(ticks(0xFFFFFFF0u, 0, 100, 0), ticks(14, 0, 110, 0)));
+}
+
+struct CpuSampler : ::testing::Test {
+    static time_t now;
+    ScratchDir root{true};
+
+    void SetUp() override {
+        now = 1000000;
+        set_cpu_clock([] { return now; });
+    }
+    void TearDown() override {
+        cleanup_cpustat_chain();
+        g_numCpu = 0;
+        set_cpu_clock(nullptr);
+    }
+    // n processors, all on-line but the one given.
+    void host(int n, int offline = -1) {
+        root.write("sys/devices/system/cpu/present", "0-" + std::to_string(n - 1) + "\n");
+        std::string listing;
+        for (int i = 0; i < n; ++i)
+            listing += std::to_string(i) + (i == offline ? "\toff-line\n" : "\ton-line\n");
+        root.command("psrinfo", listing);
+        root.write("proc/stat", "cpu0 0 0 0 0\n");
+        ASSERT_EQ(1, initCpuUtilTable());
+    }
+    // One /proc/stat line per processor given (user, kernel, idle, wait);
+    // a processor without ticks is absent from the statistics.
+    void sample(const std::vector<std::vector<uint_t>> &cpus) {
+        std::string stat;
+        for (size_t i = 0; i < cpus.size(); ++i) {
+            if (cpus[i].empty())
+                continue;
+            const auto &c = cpus[i]; // nice is 0
+            stat += "cpu" + std::to_string(i) + " " + std::to_string(c[0]) + " 0 " +
+                    std::to_string(c[1]) + " " + std::to_string(c[2]) + " " + std::to_string(c[3]) +
+                    "\n";
+        }
+        root.write("proc/stat", stat);
+        ASSERT_EQ(1, refresh_cpuLoad_CB());
+    }
+    static const vorHoCpuUtilEntry_type &cpu(int i) { return find_cpu_inst(i)->vorCpu; }
+};
+time_t CpuSampler::now;
+
+// Seven samples 10 s apart: the 1-minute ring holds the last six, their
+// mean rounded; the 5-minute average is still unknown.
+TEST_F(CpuSampler, MinuteRingOfSixSamplesRoundsItsMean) {
+    ASSERT_NO_FATAL_FAILURE(host(1));
+    sample({{0, 0, 0, 0}});
+    uint_t user = 0, idle = 0;
+    // 70 % would read 69 (0.7 is stored just below): 80 stands in for it.
+    for (uint_t load : {10u, 20u, 30u, 40u, 50u, 60u, 80u}) {
+        user += load, idle += 100 - load;
+        now += 10;
+        sample({{user, 0, idle, 0}});
+    }
+    EXPECT_EQ(6u, cpu(0).hdr[CPU_RING_1MIN].count);
+    EXPECT_EQ(47, cpu(0).cpu_1min); // 280 / 6
+    EXPECT_EQ(-1, cpu(0).cpu_5min) << "70 s after start";
+}
+
+TEST_F(CpuSampler, LongAveragesStayUnknownForTheirWholeSpan) {
+    const struct {
+        time_t elapsed;
+        bool five, thirty, sixty;
+    } cases[] = {{299, false, false, false}, {300, true, false, false}, {1799, true, false, false},
+                 {1800, true, true, false},  {3599, true, true, false}, {3600, true, true, true}};
+    for (const auto &c : cases) {
+        now = 1000000;
+        ASSERT_NO_FATAL_FAILURE(host(1));
+        sample({{0, 0, 0, 0}});
+        now += c.elapsed;
+        sample({{40, 0, 60, 0}}); // the first computed sample feeds the long rings
+        const vorHoCpuUtilEntry_type &e = cpu(0);
+        EXPECT_EQ(c.five ? 40 : -1, e.cpu_5min) << c.elapsed;
+        EXPECT_EQ(c.thirty ? 40 : -1, e.cpu_30min) << c.elapsed;
+        EXPECT_EQ(c.sixty ? 40 : -1, e.cpu_60min) << c.elapsed;
+    }
+}
+
+// Far beyond 64 processors, each statistic lands in its own processor's
+// row; an off-line processor, absent from the statistics, reads 0.
+TEST_F(CpuSampler, EachProcessorItsOwnLoadOffLineOnesZero) {
+    const int n = 200;
+    ASSERT_NO_FATAL_FAILURE(host(n, 1));
+    std::vector<std::vector<uint_t>> zero(n, {0, 0, 0, 0}), busy(n, {25, 0, 75, 0});
+    zero[1].clear(), busy[1].clear();
+    busy[n - 1] = {50, 0, 50, 0};
+    sample(zero);
+    sample(busy);
+    EXPECT_EQ((std::vector<int>{25, 0, 25, 50}),
+              (std::vector<int>{cpu(0).cpu_1min, cpu(1).cpu_1min, cpu(n - 2).cpu_1min,
+                                cpu(n - 1).cpu_1min}));
+}
+
+// The listing (a program started) is taken again only when the processors
+// in the statistics change or the last one is a minute old; a sample that
+// cannot be read changes nothing, and the next measures from the last good.
+TEST_F(CpuSampler, ListingOnlyWhenDueAndFailedSamplesLoseNothing) {
+    ASSERT_NO_FATAL_FAILURE(host(2));
+    root.write("psrinfo", "#!/bin/sh\necho >>\"$0.runs\"\nprintf '0 on-line\\n1 on-line\\n'\n");
+    const struct {
+        time_t step;
+        bool both;
+        size_t runs;
+    } steps[] = {{0, true, 1},   {10, true, 1},  {49, true, 1}, {1, true, 2},
+                 {10, false, 3}, {10, false, 3}, {10, true, 4}};
+    for (const auto &s : steps) {
+        now += s.step;
+        sample({{0, 0, 0, 0}, s.both ? std::vector<uint_t>{0, 0, 0, 0} : std::vector<uint_t>{}});
+        std::ifstream runs(root.path + "/psrinfo.runs");
+        EXPECT_EQ(s.runs, std::string(std::istreambuf_iterator<char>(runs), {}).size()) << now;
+    }
+    sample({{30, 0, 70, 0}, {}});
+    std::filesystem::remove(root.path + "/proc/stat");
+    EXPECT_EQ(0, refresh_cpuLoad_CB());
+    sample({{130, 0, 70, 0}, {}});
+    EXPECT_EQ(22, cpu(0).cpu_1min) << "(30 + 100 + four zeros) / 6";
+}
+
+// The software inventory: package kinds, the rows of a listing with their
+// programs' states, and a SET whose row a rebuild replaced.
+TEST(SwVerKinds, FirstFilterMatchingACaseSensitivePrefix) {
+    const std::pair<const char *, int> kinds[] = {
+        {"KYQtarnX", 2},   {"e1000e", 2}, {"KYQtem", 3},     {"KYQsorrel", 4}, {"KYQvane", 4},
+        {"net-snmp-x", 5}, {"kyq", 5},    {"KYQCoveAgt", 0}, {"Kyqtem", 0},    {"vorlynx3", 0},
+    };
+    for (const auto &[name, kind] : kinds)
+        EXPECT_EQ(kind, is_eligible_pkg(name)) << name;
+}
+
+// The process list: a grep for a program shows its name too.
+bool fake_ps(const char *, std::vector<std::string> *lines) {
+    *lines = {"root 8 1 0 10:00 ? 00:00:01 /usr/bin/temhostd",
+              "root 9 5 0 10:00 ? 00:00:00 grep kywispd"};
+    return true;
+}
+
+struct SwVer : ::testing::Test {
+    void SetUp() override { set_swver_command_runner(fake_ps); }
+    void TearDown() override {
+        cleanup_swver_list();
+        set_swver_command_runner(nullptr);
+        free_softwareWatch();
+    }
+    static void parse(const std::string &listing) {
+        FILE *fp = fmemopen(const_cast<char *>(listing.data()), listing.size(), "r");
+        ASSERT_NE(nullptr, fp);
+        read_pkg_listing(fp, get_current_status);
+        fclose(fp);
+    }
+    static std::string pkg(const std::string &name, const std::string &synopsis = "x") {
+        return name + std::string(name.size() < 14 ? 14 - name.size() : 1, ' ') + synopsis +
+               "\n              (amd64) 1.0\n";
+    }
+};
+
+// A hundred rows at most; a line longer than the read buffer keeps each
+// package's two lines paired. The next index runs out past the hundredth.
+TEST_F(SwVer, RowsWithTheirStatesAHundredAtMost) {
+    std::string listing = pkg("KYQwisp", std::string(400, 'w'));
+    for (int i = 1; i <= 120; ++i)
+        listing += pkg("KYQtem" + std::to_string(i));
+    parse(listing);
+    std::vector<std::string> rows; // "index name kind state"
+    for (const vorHo_Swver_t *n = swVerList; n; n = n->next) {
+        const swver_t *r = n->vorSwverEntry;
+        rows.push_back(std::to_string(r->index) + " " + r->name + " " + std::to_string(r->type) +
+                       " " + std::to_string(r->status));
+    }
+    ASSERT_EQ(100u, rows.size());
+    EXPECT_EQ("1 KYQwisp 5 3", rows.front()) << "only the grep shows its program";
+    EXPECT_EQ("100 KYQtem99 3 2", rows.back());
+    EXPECT_EQ(100, g_NextIndex);
+    RecalculateNextIndex();
+    EXPECT_EQ(101, g_NextIndex);
+    RecalculateNextIndex();
+    EXPECT_EQ(-1, g_NextIndex);
+    g_NextIndex = 100; // what the rows still in the list account for
+}
+
+// ACTION comes in a message of its own: the node the iterator found in
+// RESERVE1 may have been freed by a rebuild since, so the row is found
+// again by its index.
+TEST_F(SwVer, ActionFindsItsRowByIndexAfterARebuild) {
+    parse(pkg("KYQvane") + pkg("KYQtem"));
+    vorHo_Swver_t *stale = swVerList->next;
+    parse(pkg("KYQtem")); // frees the node kept above
+    long kind = 2, index = 2;
+    netsnmp_variable_list var{}, idx{};
+    var.type = idx.type = ASN_INTEGER;
+    var.val.integer = &kind, idx.val.integer = &index;
+    var.val_len = idx.val_len = sizeof(long);
+    netsnmp_table_request_info table_info{};
+    table_info.colnum = SWVER_TYPE, table_info.indexes = &idx;
+    netsnmp_request_info request{};
+    request.requestvb = &var;
+    netsnmp_request_add_list_data(
+        &request, netsnmp_create_data_list(TABLE_HANDLER_NAME, &table_info, nullptr));
+    netsnmp_request_add_list_data(&request,
+                                  netsnmp_create_data_list(TABLE_ITERATOR_NAME, stale, nullptr));
+    netsnmp_agent_request_info reqinfo{};
+    reqinfo.mode = MODE_SET_ACTION;
+    EXPECT_EQ(SNMP_ERR_GENERR, vorHoSwVerTable_handler(nullptr, nullptr, &reqinfo, &request));
+    index = 1, request.status = 0, request.processed = 0;
+    EXPECT_EQ(SNMP_ERR_NOERROR, vorHoSwVerTable_handler(nullptr, nullptr, &reqinfo, &request));
+    EXPECT_EQ(2, swVerList->vorSwverEntry->type);
+    netsnmp_free_all_list_data(request.parent_data);
+    while (altered_swver_entry *edit = alterList) { // edits live for the run
+        alterList = edit->next;
+        delete edit;
+    }
+}
+
+// Rows of the filters and of the watch list ask the process and the module
+// lists: each runs once per refresh whatever the rows, and again next time.
+std::map<std::string, int> g_runs;
+TEST_F(SwVer, EachListRunsOncePerRefreshForEveryRowThatAsks) {
+    for (std::string line : {"agent temhostd process temhostd", "driver mydrv module mydrv"})
+        parse_softwareWatch(SWVER_WATCH_TOKEN, line.data());
+    ScratchDir dir;
+    dir.command("pkginfo", pkg("KYQvane") + pkg("KYQtem") + pkg("VORlynx3", "VOR nic") +
+                               pkg("temhostd") + pkg("mydrv-dkms"));
+    set_swver_command_runner([](const char *command, std::vector<std::string> *lines) {
+        ++g_runs[command];
+        *lines = {"root 8 1 0 10:00 ? 00:00:01 /usr/bin/temhostd",
+                  "  1 c0a00000  f5000    -   1  mydrv (mydrv)"};
+        return true;
+    });
+    for (int refresh = 0; refresh < 2; ++refresh) {
+        g_runs.clear();
+        ASSERT_EQ(1, refresh_SwverLoad_CB());
+        EXPECT_EQ(2u, g_runs.size());
+        for (const auto &[command, runs] : g_runs)
+            EXPECT_EQ(1, runs) << command;
+    }
+    std::vector<std::string> states;
+    for (const vorHo_Swver_t *n = swVerList; n; n = n->next)
+        states.push_back(std::string(n->vorSwverEntry->name) + " " +
+                         std::to_string(n->vorSwverEntry->status));
+    EXPECT_EQ(states, (std::vector<std::string>{"KYQvane 1", "KYQtem 2", "VORlynx3 3", "temhostd 2",
+                                                "mydrv-dkms 2"}));
+}
+
+// The MIB status array built from injected local query answers, and the
+// operator texts of the status record.
+// Answers by "m.k" (MIB number, object number); the rest go unanswered,
+// g_timeout times out.
+std::map<std::string, long> g_answers;
+std::string g_timeout;
+std::vector<std::string> g_asked;
+bool g_nest = false;
+
+int fake_query(const oid *name, size_t, long *value) {
+    const std::string k = std::to_string(name[7]) + "." + std::to_string(name[9]);
+    g_asked.push_back(k);
+    if (g_nest) { // a request served while this query waits asks for a rebuild
+        g_nest = false;
+        do_misc();
+    }
+    if (k == g_timeout)
+        return LOCAL_QUERY_TIMED_OUT;
+    const auto it = g_answers.find(k);
+    if (it == g_answers.end())
+        return LOCAL_QUERY_NOT_ANSWERED;
+    *value = it->second;
+    return LOCAL_QUERY_ANSWERED;
+}
+
+std::vector<int> entry(int m) {
+    const u_char *a = reinterpret_cast<const u_char *>(get_mib_array()) + 4 * m;
+    return {a[0], a[1], a[2], a[3]};
+}
+
+// An entry holds presence, condition, major and minor revision; the header
+// the largest condition of this rebuild (the agent's own 1 at least) and
+// the count of MIBs. The first time-out ends a rebuild.
+TEST(SysStatus, EntriesHeaderTimeOutAndTexts) {
+    static const oid enterprise[] = {1, 3, 6, 1, 4, 1, 32473};
+    set_local_query_function(fake_query);
+    set_mib_status_enterprise(enterprise, OID_LENGTH(enterprise));
+    g_answers = {{"11.3", 2}, {"11.1", 1}, {"11.2", 26}, {"18.3", 3}};
+    g_nest = true;
+    ASSERT_EQ(0, do_misc());
+    EXPECT_EQ(24u, g_asked.size()) << "eight MIBs, three objects each, no nested rebuild";
+    EXPECT_EQ(entry(0), (std::vector<int>{1, 3, 8, 0}));
+    EXPECT_EQ(entry(11), (std::vector<int>{1, 2, 1, 26}));
+    EXPECT_EQ(entry(18), (std::vector<int>{1, 3, 0, 0}));
+    g_asked.clear(), g_timeout = "3.3";
+    do_misc();
+    EXPECT_EQ(7u, g_asked.size()) << "nothing asked after the time-out";
+    EXPECT_EQ(entry(11), (std::vector<int>{1, 2, 1, 26})) << "entries kept";
+    EXPECT_EQ(entry(0)[1], 1) << "only this rebuild's answers count";
+
+    set_generic_data(std::string(300, 'g').c_str()); // cut, leaving room for the NUL
+    EXPECT_EQ(std::string(254, 'g'), get_generic_data());
+    set_local_query_function(nullptr);
+    erase_sysstat_info();
+}
+
+// The deferred trap send, with the library's send call replaced by a
+// recorder; what reaches a manager is checked end to end.
+std::vector<std::string> g_sent; // "specific: last binding's text"
+
+void record_trap(int, int specific, const oid *, int, netsnmp_variable_list *vars) {
+    while (vars->next_variable)
+        vars = vars->next_variable;
+    g_sent.push_back(std::to_string(specific) + ": " +
+                     std::string(reinterpret_cast<char *>(vars->val.string), vars->val_len));
+}
+
+// Fires the alarm armed by a send as the main loop would, 2 seconds on.
+void fire(int id) {
+    struct snmp_alarm *a = sa_find_next();
+    ASSERT_NE(a, nullptr);
+    ASSERT_EQ(a->clientreg, static_cast<unsigned int>(id));
+    EXPECT_EQ(a->t.tv_sec, 2);
+    EXPECT_EQ(a->flags & SA_REPEAT, 0u) << "one-shot";
+    trigger_immediate_trap_send_CB(a->clientreg, a->clientarg);
+}
+
+TEST(Traps, EachPendingSendOwnsItsTextAndIsReleased) {
+    set_trap_sender(record_trap);
+    set_trap_oids({enterprise_oid, OID_LENGTH(enterprise_oid), vorHoName_oid,
+                   OID_LENGTH(vorHoName_oid), vorHoTrapFlags_oid, OID_LENGTH(vorHoTrapFlags_oid),
+                   vorHoGenericData_oid, OID_LENGTH(vorHoGenericData_oid)});
+    do_init();
+    std::string *value = new std::string("disk replaced");
+    const int first = trigger_immediate_trap_send(value->c_str(), TRAP_GENERIC_DATA_SET);
+    const int second = trigger_immediate_trap_send("critical", TRAP_CRIT_DATA_SET);
+    value->assign(40, 'X'); // the request's value is gone before the alarm fires
+    delete value;
+    fire(first);
+    fire(second);
+    EXPECT_EQ(g_sent, (std::vector<std::string>{"11003: disk replaced", "11014: critical"}));
+    g_do_trap = 0; // -T: the send is released, nothing goes out
+    fire(trigger_immediate_trap_send("quiet", TRAP_GENERIC_DATA_SET));
+    EXPECT_EQ(g_sent.size(), 2u);
+    set_trap_sender(nullptr);
+    g_do_trap = 1;
+    erase_sysstat_info();
+    EXPECT_EQ(sa_find_next(), nullptr) << "every pending send was released";
+}
+
+} // namespace
