@@ -1,0 +1,253 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The three tables through a real master. File systems: figures, order,
+GETNEXT from any point, refusals, the on-demand rebuild while polling is
+off. Processors: a row each, refusals, the first averages of the 10-second
+sampling timer. Software: rows from a package database the test writes,
+package states, the SET matrix, operator edits across rebuilds and
+restarts, when the listing is read, and the operator's watch list (this
+kernel has no loadable modules: a stand-in modinfo is bound over ours)."""
+
+import os
+import shutil
+import subprocess
+import time
+
+import pytest
+
+from conftest import (BUILD, ROOT, SOURCE, Process, check_walk_rebuilds, get, getnext, set_,
+                      set_error, table_rows, wait_for, walk)
+
+FS_TABLE, CPU_ENTRY, SW_TABLE = ROOT + ".2.4.1", ROOT + ".2.3.1.1", ROOT + ".2.7.2"
+FS_ENTRY, SW_ENTRY = FS_TABLE + ".1", SW_TABLE + ".1"
+DPKG_STATUS = "/var/lib/dpkg/status"
+WORKED_EXAMPLE = ("KYQtem", "Host agent for the platform", "7.9.0,REV=2007.11.15")
+
+
+def described(table):
+    return {cols[2].str: index for index, cols in table.items()}
+
+
+def oid_tuple(oid):
+    return tuple(int(x) for x in oid.split("."))
+
+
+def test_rows_figures_order_getnext_and_refusals(bed):
+    bed.mount_tmpfs("/mnt/fs-a", 64)
+    bed.mount_tmpfs("/mnt/fs-b", 32)
+    for i in range(4):
+        bed.mount_tmpfs("/mnt/fs-%d" % i, 4)
+    subprocess.run(["dd", "if=/dev/zero", "of=/mnt/fs-b/blob", "bs=1M", "count=16",
+                    "status=none"], check=True)
+    # Polling on: the list built at start-up stays, so that the host's own
+    # file systems read the same in every walk and GETNEXT below.
+    bed.write_persistent("defaultPollFreq(sec) 900\n")
+    bed.start_master()
+    bed.start_daemon()
+    table = table_rows(FS_ENTRY)
+    assert sorted(table) == list(range(len(table))), "indexes 0..n-1 without gaps"
+    assert all(sorted(cols) == list(range(1, 8)) for cols in table.values()), "seven columns"
+    names = described(table)
+    a, b = names["tmpfs On /mnt/fs-a"], names["tmpfs On /mnt/fs-b"]
+    assert a < b, "mount-table order"
+    assert [table[a][c].int for c in (1, 3, 4, 5)] == [a, 64, 0, 0]
+    assert [table[b][c].int for c in (1, 3, 4, 5)] == [b, 32, 16, 51]
+    st = os.statvfs("/mnt/fs-b")
+    assert [table[b][6].int, table[b][7].int] == [st.f_files, st.f_files - st.f_ffree]
+    # proc is the provider's own exclusion, the kernel-interface types the
+    # mount-table reader's; their device names are their type names here
+    for pseudo in ("proc On /proc", "sysfs On /sys", "cgroup On ", "cgroup2 On ", "devpts On "):
+        assert not any(d.startswith(pseudo) for d in names), pseudo
+
+    # GETNEXT from any point, also between rows and past the last
+    order = sorted((oid_tuple(v.oid), v.text) for cols in table.values() for v in cols.values())
+    entry, last = oid_tuple(FS_ENTRY), max(table)
+
+    def after(oid):
+        return next((".".join(map(str, o)), t) for o, t in order + [((9,), None)] if o > oid)
+
+    for start in [entry[:-1], entry, entry + (0,), entry + (3,), entry + (3, 2),
+                  entry + (3, 2, 9), entry + (4, last), entry + (5, 2 ** 31 - 1),
+                  entry + (5, 2 ** 32 - 1), entry + (7, last)]:
+        got = getnext(".".join(map(str, start)))
+        want = after(start)
+        if want[1] is None:
+            assert not got.oid.startswith(FS_TABLE + "."), start
+        else:
+            assert (got.oid, got.text) == want, start
+    # one message naming rows far apart: every varbind gets its own next row
+    many = [entry + (6, last - 1), entry + (2, 0), entry + (3, last)]
+    got = getnext(*(".".join(map(str, o)) for o in many))
+    assert [v.oid for v in got] == [after(o)[0] for o in many]
+    assert [(v.oid, v.text) for v in walk(FS_TABLE, bulk=True)] == \
+        [(v.oid, v.text) for v in walk(FS_TABLE)]
+
+    assert "No Such Instance" in get(FS_ENTRY + ".3.9999").text
+    set_((FS_ENTRY + ".3.%d" % a, "i", 1))
+    assert get(FS_ENTRY + ".3.%d" % a).int == 64, "a SET changes nothing"
+    assert set_error((FS_ENTRY + ".3.9999", "i", 1)) == "noCreation"
+
+
+def test_polling_off_rebuilds_on_demand_at_most_every_ten_seconds(bed):
+    bed.start_master()
+    bed.start_daemon()
+    mount = "/mnt/late-%d"
+    check_walk_rebuilds(10, lambda n: bed.mount_tmpfs(mount % n, 8),
+                        lambda n: "tmpfs On " + mount % n in described(table_rows(FS_ENTRY, 2)))
+
+
+def cpu_rows():
+    """{index: [1-, 5-, 30-, 60-minute average]}, checking the row shape."""
+    with open("/sys/devices/system/cpu/present") as f:  # processors 0..n-1
+        count = int(f.read().strip().replace(",", "-").split("-")[-1]) + 1
+    table = table_rows(CPU_ENTRY)
+    assert sorted(table) == list(range(count)), "one row per processor"
+    for index, cols in table.items():
+        assert sorted(cols) == list(range(1, 7)) and cols[1].int == index
+        assert all(cols[c].kind == "INTEGER" for c in range(1, 6))
+        assert cols[6].text == '""', "empty location: %r" % cols[6]  # printed without a type
+    return {index: [cols[c].int for c in range(2, 6)] for index, cols in table.items()}
+
+
+def test_rows_refusals_and_the_first_averages(bed):
+    bed.start_master()
+    cpu = max(os.sched_getaffinity(0))
+    busy = subprocess.Popen(["taskset", "-c", str(cpu), "sh", "-c", "while :; do :; done"])
+    try:
+        daemon = bed.start_daemon()
+        ready = time.monotonic()
+        table = cpu_rows()
+        assert all(a == [-1, -1, -1, -1] for a in table.values()), "nothing sampled yet"
+        last = max(table)
+        assert "No Such Instance" in get(CPU_ENTRY + ".2.%d" % (last + 1)).text
+        set_((CPU_ENTRY + ".2.0", "i", 50))
+        assert get(CPU_ENTRY + ".2.0").int == -1, "a SET changes nothing"
+        assert set_error((CPU_ENTRY + ".2.%d" % (last + 1), "i", 50)) == "noCreation"
+        # The timer primes 10 s after the start and computes 10 s later
+        # (with a 15 s period that would be 30 s); the longer averages wait
+        # out their whole span.
+        loads = wait_for(lambda: all(a[0] >= 0 for a in cpu_rows().values()) and cpu_rows(),
+                         timeout=40, interval=0.5, what="the first 1-minute averages")
+        assert time.monotonic() - ready < 26
+        assert all(0 <= one <= 100 and longer == [-1, -1, -1] for one, *longer in loads.values())
+        assert loads[cpu][0] >= 80, "the busy processor: %r" % loads
+    finally:
+        busy.kill()
+        busy.wait()
+    assert "Orbeline Host Agent:-" not in daemon.output(), "no sample failed"
+
+
+@pytest.fixture(autouse=True)
+def package_db(bed):
+    bed.mount_tmpfs("/var/lib/dpkg")  # the tests' own package database
+
+
+def write_db(*packages):
+    with open(DPKG_STATUS, "w") as f:
+        for name, synopsis, version in packages:
+            f.write("Package: %s\nStatus: install ok installed\nArchitecture: amd64\n"
+                    "Version: %s\nDescription: %s\n more text\n\n" % (name, version, synopsis))
+
+
+def names():
+    return {i: cols[4].str for i, cols in table_rows(SW_ENTRY, 4).items()}
+
+
+def test_rows_states_set_matrix_and_edits_across_rebuilds_and_restarts(bed):
+    db = [WORKED_EXAMPLE, ("libfoo", "bindings for KYQ tools", "1.0"),  # no filter's
+          ("e1000g", "VOR gigabit driver", "2.1"), ("KYQtarn", "user-mode driver", "3.0"),
+          ("VORlynx3", "network driver", "4.0,REV=1")]
+    write_db(*db)
+    shutil.copy("/bin/sleep", "/tmp/tarnd")  # a process named like the package
+    tarnd = Process(["/tmp/tarnd", "600"], "/var/log/tarnd.out")
+    bed.daemons.append(tarnd)
+    bed.write_persistent("defaultPollFreq(sec) 5\n")
+    bed.start_master()
+    d = bed.start_daemon()
+    table = table_rows(SW_ENTRY)
+    assert sorted(table) == [1, 2, 3, 4] and sorted(table[1]) == list(range(1, 10))
+    assert [table[1][c].int for c in (1, 2, 3)] == [1, 2, 3], "the daemon itself runs"
+    assert [table[1][c].str for c in (4, 5, 6, 7, 8, 9)] == \
+        ["KYQtem", "Host agent for the platform\n", "", "", "7.9.0", ""]
+    assert [(table[i][4].str, table[i][3].int, table[i][2].int) for i in (2, 3, 4)] == \
+        [("e1000g", 2, 1), ("KYQtarn", 2, 2), ("VORlynx3", 2, 3)]
+    assert table[2][5].str == "gigabit driver\n", "the text after the match"
+
+    col = lambda c, i=1: SW_ENTRY + ".%d.%d" % (c, i)
+    set_((col(3), "i", 5))
+    for bad in (0, 6):
+        assert set_error((col(3), "i", bad)) == "badValue"
+    assert set_error((col(3), "s", "4")) == "wrongType"
+    for c, limit in ((5, 127), (7, 255)):
+        set_((col(c), "s", "d" * limit))
+        assert set_error((col(c), "s", "d" * (limit + 1))) == "wrongLength"
+        assert set_error((col(c), "i", 1)) == "wrongType"
+    assert set_error((col(4), "s", "other")) == "notWritable"
+    for c, kind, value in ((1, "i", 9), (2, "i", 9), (6, "s", "x"), (8, "s", "9.9"),
+                           (9, "s", "x")):
+        set_((col(c), kind, value))
+    assert [v.text.strip('"') for v in get(*(col(c) for c in (1, 2, 4, 6, 8, 9)))] == \
+        ["1", "2", "KYQtem", "", "7.9.0", ""], "SETs of read-only columns change nothing"
+    assert set_error((col(3, 42), "i", 1)) == "noCreation"
+    assert "No Such Instance" in get(col(3, 42)).text
+
+    # A package ahead of it: the edits follow KYQtem to row 2; tarnd stops.
+    write_db(("KYQwisp", "new package", "0.1"), *db)
+    tarnd.stop()
+    wait_for(lambda: names().get(2) == "KYQtem", timeout=15, what="the rebuild")
+    wait_for(lambda: table_rows(SW_ENTRY, 2)[4][2].int == 3, timeout=15, what="tarnd seen stopped")
+    row = table_rows(SW_ENTRY)[2]
+    assert (row[3].int, row[5].str, row[7].str) == (5, "d" * 127, "d" * 255)
+    d.stop()
+    bed.start_daemon()
+    row = table_rows(SW_ENTRY)[2]
+    assert (row[4].str, row[3].int, row[5].str, row[7].str) == \
+        ("KYQtem", 3, "Host agent for the platform\n", ""), "no edit after a restart"
+
+
+def test_polling_off_walks_rebuild_at_most_every_fifteen_seconds(bed):
+    write_db(("libfoo", "nothing of ours", "1.0"))
+    bed.start_master()
+    bed.start_daemon()
+    assert not getnext(SW_TABLE).oid.startswith(SW_TABLE + "."), "an empty table"
+    dbs = [[("KYQvane", "a", "1")], [("KYQvane", "a", "1"), ("KYQsorrel", "b", "1")]]
+    check_walk_rebuilds(15, lambda n: write_db(*dbs[n]),
+                        lambda n: list(names().values()) == [p[0] for p in dbs[n]])
+
+
+def test_watch_list_bad_lines_a_hundred_rows_and_polling_on(bed):
+    # rows of the filters, then the watch list's: the hundred-row cap covers both
+    write_db(*[("KYQvane%03d" % i, "utility", "1.0") for i in range(1, 97)],
+             ("temhostd", "host agent", "1.0-1"), ("snmpd", "SNMP agent", "5.9.3+dfsg-2"),
+             ("sleeper", "never runs", "2.0"), ("dummy-dkms", "a module", "3.0"),
+             ("other", "one too many", "1.0"))
+    with open(os.path.join(SOURCE, "packaging", "temhostd.conf")) as f:
+        packaged = f.read()
+    bad = ["7 sleeper", "agent", "3 sleeper pid 1"]  # kind, prefix, check word
+    with open("/etc/snmp/temhostd.conf", "w") as f:
+        f.write(packaged + "".join("softwareWatch %s\n" % b for b in bad) +
+                "softwareWatch 4 sleeper process nosuchdaemon\nsoftwareWatch driver dummy "
+                "module dummymod\nsoftwareWatch 1 KYQ\nsoftwareWatch 5 other\n")
+    # a module list holding dummymod, bound over the stand-in in this private host
+    with open("/tmp/modinfo", "w") as f:
+        f.write("#!/bin/sh\necho ' Id Loadaddr   Size Info Rev Module Name'\n"
+                "echo '  1 c0a00000  f5000    -   1  dummymod (dummymod)'\n")
+    os.chmod("/tmp/modinfo", 0o755)
+    modinfo = os.path.join(BUILD, "libexec", "temhostd", "modinfo")
+    subprocess.run(["mount", "--bind", "/tmp/modinfo", modinfo], check=True)
+    bed.mounts.append(modinfo)
+    bed.write_persistent("defaultPollFreq(sec) 900\n")
+    bed.start_master()
+    daemon = bed.start_daemon("-D", "vorOrblFSinterface")
+    table = table_rows(SW_ENTRY)
+    assert sorted(table) == list(range(1, 101)) and get(ROOT + ".2.7.1.0").int == 101
+    assert [(table[i][4].str, table[i][3].int, table[i][2].int, table[i][8].str)
+            for i in range(96, 101)] == [
+        ("KYQvane096", 4, 1, "1.0"), ("temhostd", 3, 2, "1.0-1"), ("snmpd", 5, 2, "5.9.3+dfsg"),
+        ("sleeper", 4, 3, "2.0"), ("dummy-dkms", 2, 2, "3.0")]
+    for n, line in enumerate(bad, packaged.count("\n") + 1):
+        assert daemon.output().count("/etc/snmp/temhostd.conf: line %d: Error: softwareWatch %s:"
+                                     % (n, line)) == 1, daemon.output()
+    # polling on: walks never read the listing again
+    write_db(("KYQother", "a", "1"))
+    assert names() == names() == {i: table[i][4].str for i in table}
+    assert daemon.output().count("refresh_refresh_SwverLoad_CB: Enter") == 1, "start-up's only"
