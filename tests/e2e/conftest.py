@@ -199,16 +199,15 @@ class Bed:
                 return False
         wait_for(lambda: os.path.exists("/var/agentx/master") and answers(), what="the master")
 
-    def start_trap_receiver(self, *options, log=TRAP_LOG, conf=""):
-        """snmptrapd on 127.0.0.1:162 taking every community; options replace
-        the one-line format that traps() reads."""
+    def start_trap_receiver(self, conf=""):
+        """snmptrapd on 127.0.0.1:162 taking every community; conf: more lines."""
         with open("/etc/snmp/snmptrapd.conf", "w") as f:
             f.write("disableAuthorization yes\n" + conf)
         self.trap_receiver = Process(
-            ["/usr/sbin/snmptrapd", "-f", "-C", "-c", "/etc/snmp/snmptrapd.conf", "-Lf", log,
-             "-p", "/run/snmptrapd.pid", *(options or ["-On", "-F", TRAP_FORMAT]),
-             "udp:127.0.0.1:162"], "/var/log/snmptrapd.out", env=dict(os.environ, MIBS=""))
-        wait_for(lambda: os.path.exists(log) and "NET-SNMP" in open(log).read(),
+            ["/usr/sbin/snmptrapd", "-f", "-C", "-c", "/etc/snmp/snmptrapd.conf", "-Lf", TRAP_LOG,
+             "-p", "/run/snmptrapd.pid", "-On", "-F", TRAP_FORMAT, "udp:127.0.0.1:162"],
+            "/var/log/snmptrapd.out", env=dict(os.environ, MIBS=""))
+        wait_for(lambda: os.path.exists(TRAP_LOG) and "NET-SNMP" in open(TRAP_LOG).read(),
                  what="the trap receiver")
 
     def traps(self):

@@ -82,6 +82,14 @@ def test_one_instance_revision_group_signals_and_options(bed):
     assert "Stopping %s" % BANNER in open("/var/log/snmpd.log").read()
     status, _, err = bed.run_daemon("-V")  # the library's own version request
     assert status == 0 and "NET-SNMP version" in err
+    # -f: the parent leaves at once, the child serves under the pid file's pid
+    assert bed.run_daemon("-f")[0] == 0
+    pid = int(wait_for(lambda: os.path.exists(PID_FILE) and open(PID_FILE).read().strip(),
+                       what="the pid file"))
+    wait_for(lambda: get(ROOT + ".1.1.0").text == "1" and catches_stop_signals(pid),
+             what="the child")
+    os.kill(pid, signal.SIGTERM)
+    wait_for(lambda: not os.path.exists(PID_FILE), what="the clean stop")
 
 
 def test_polling_on_one_refresh_alarm_and_the_stored_period(bed):
@@ -109,19 +117,6 @@ def test_polling_on_one_refresh_alarm_and_the_stored_period(bed):
     set_((POLL, "i", 30))
     d.stop()
     assert "defaultPollFreq(sec) 30" in open(PERSIST_FILE).read().splitlines()
-
-
-def test_fork_detaches_and_the_child_serves(bed):
-    bed.start_master()
-    assert bed.run_daemon("-f")[0] == 0
-    pid = int(wait_for(lambda: os.path.exists(PID_FILE) and open(PID_FILE).read().strip(),
-                       what="the pid file"))
-    try:
-        wait_for(lambda: get(ROOT + ".1.1.0").text == "1" and catches_stop_signals(pid),
-                 what="the detached daemon")
-    finally:
-        os.kill(pid, signal.SIGTERM)
-        wait_for(lambda: not os.path.exists(PID_FILE), what="the clean stop")
 
 
 def test_a_stop_signal_at_any_moment_of_start_up_stops_cleanly(bed):

@@ -5,6 +5,7 @@ same objects give; objects not served or not yet known are absent."""
 
 import os
 import re
+import urllib.error
 import urllib.request
 
 from conftest import ROOT, SOURCE, Process, get, octets, table_rows, wait_for
@@ -20,11 +21,18 @@ FS_COLUMNS = {3: "size_megabytes", 4: "used_megabytes", 5: "used_percent", 6: "f
               7: "files_used"}
 
 
-def scrape():
-    """{name: {frozenset of labels: value}} of the temhostd series."""
-    url = "http://%s/snmp?target=127.0.0.1&module=temhostd" % LISTEN
-    with urllib.request.urlopen(url, timeout=30) as r:
-        lines = [l for l in r.read().decode().splitlines() if l.startswith("temhostd_")]
+def scrape(exporter):
+    """{name: {frozenset of labels: value}} of the temhostd series, or None
+    while the exporter does not listen yet."""
+    assert exporter.running(), exporter.output()
+    try:
+        with urllib.request.urlopen("http://%s/snmp?target=127.0.0.1&module=temhostd" % LISTEN,
+                                    timeout=30) as r:
+            lines = [l for l in r.read().decode().splitlines() if l.startswith("temhostd_")]
+    except urllib.error.URLError as e:
+        if isinstance(e.reason, ConnectionRefusedError):
+            return None
+        raise
     out = {}
     for line in lines:
         m = re.match(r'^(\w+)(?:\{(.*)\})? (\S+)$', line)
@@ -46,13 +54,6 @@ def test_scrape_equals_snmp(bed):
                         "--web.listen-address=" + LISTEN], "/var/log/exporter.out")
     bed.daemons.append(exporter)
 
-    def up():
-        assert exporter.running(), exporter.output()
-        try:
-            return urllib.request.urlopen("http://%s/" % LISTEN, timeout=2).close() or True
-        except OSError:
-            return False
-    wait_for(up, what="the exporter")
     want = {}
 
     def expect(name, value, **labels):
@@ -72,7 +73,7 @@ def test_scrape_equals_snmp(bed):
                kind=r[3].text, status=r[2].text)
         expect("software_status", r[2].int, index=str(i), name=r[4].str, kind=r[3].text)
     cpu_before = table_rows(CPU)
-    got = scrape()
+    got = wait_for(lambda: scrape(exporter), what="the exporter's scrape")
     cpu_after = table_rows(CPU)
     for i in cpu_before:  # an average is exported once known (not -1)
         for c, w in {2: "1m", 3: "5m", 4: "30m", 5: "60m"}.items():

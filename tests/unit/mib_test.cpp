@@ -106,33 +106,6 @@ TEST(OnDemandPacing, OneRebuildPerMessageEvenAcrossIteratorPasses) {
     cleanup_swver_list();
 }
 
-TEST(IntegerRangeCheck, WrongTypeBeforeRangeAndTheRefusalMarksTheRequest) {
-    const struct {
-        u_char type;
-        long value;
-        int expected;
-    } cases[] = {
-        {ASN_INTEGER, POLL_FREQ_MIN, SNMP_ERR_NOERROR},
-        {ASN_INTEGER, POLL_FREQ_MAX, SNMP_ERR_NOERROR},
-        {ASN_INTEGER, POLL_FREQ_MIN - 1, SNMP_ERR_BADVALUE},
-        {ASN_INTEGER, POLL_FREQ_MAX + 1, SNMP_ERR_BADVALUE},
-        {ASN_OCTET_STR, POLL_FREQ_MIN, SNMP_ERR_WRONGTYPE},
-    };
-    for (const auto &c : cases) {
-        long value = c.value;
-        netsnmp_variable_list var{};
-        var.type = c.type, var.val.integer = &value, var.val_len = sizeof(value);
-        netsnmp_request_info request{};
-        request.requestvb = &var;
-        netsnmp_agent_request_info reqinfo{};
-        reqinfo.mode = MODE_SET_RESERVE1;
-        EXPECT_EQ(c.expected, check_integer_range(&reqinfo, &request, POLL_FREQ_MIN, POLL_FREQ_MAX,
-                                                  "test", "out of range"))
-            << c.value;
-        EXPECT_EQ(c.expected, request.status) << c.value;
-    }
-}
-
 TEST(MibCondition, OnlyOneToFourAreTaken) {
     const std::pair<int, int> cases[] = {{4, 4}, {5, 4}, {1, 1}, {0, 1}};
     for (const auto &[value, held] : cases) {

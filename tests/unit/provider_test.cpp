@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <random>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -68,7 +69,15 @@ TEST(HostMemory, SizeRoundsUpReservedSwapIsNotFreeAndHugeHostsSaturate) {
     p_pagetok = nullptr;
 }
 
-TEST(FsFigures, WorkedExamplesAndZeroRules) {
+fs_usage fs_figures(unsigned long frsize, unsigned long bsize, uint64_t blocks, uint64_t bfree) {
+    struct statvfs v {};
+    v.f_frsize = frsize, v.f_bsize = bsize, v.f_blocks = blocks, v.f_bfree = bfree;
+    fs_usage u{};
+    fill_fs_figures(&u, v);
+    return u;
+}
+
+TEST(FsFigures, WorkedExamplesZeroRulesAndRandomInputs) {
     const struct {
         unsigned long frsize, bsize;
         uint64_t blocks, bfree;
@@ -84,13 +93,30 @@ TEST(FsFigures, WorkedExamplesAndZeroRules) {
         {4096, 4096, 1ull << 40, (1ull << 40) - 256, INT32_MAX, 1, 1, "4 EiB: the size clamps"},
     };
     for (const auto &c : cases) {
-        struct statvfs v {};
-        v.f_frsize = c.frsize, v.f_bsize = c.bsize, v.f_blocks = c.blocks, v.f_bfree = c.bfree;
-        fs_usage u{};
-        fill_fs_figures(&u, v);
+        const fs_usage u = fs_figures(c.frsize, c.bsize, c.blocks, c.bfree);
         EXPECT_EQ(c.total, u.fsu_totalMB) << c.what;
         EXPECT_EQ(c.used, u.fsu_usedMB) << c.what;
         EXPECT_EQ(c.percent, u.fsu_percent) << c.what;
+    }
+    // Random 32-bit inputs against the figures as first defined, in doubles.
+    std::mt19937_64 rng(42);
+    const uint32_t sizes[] = {0, 512, 4096, 65536, 1u << 20};
+    for (int i = 0; i < 200000; ++i) {
+        const uint32_t frsize = sizes[rng() % 5], bsize = sizes[rng() % 5];
+        const uint32_t blocks = static_cast<uint32_t>(rng()) >> (rng() % 32);
+        // Mostly sane, sometimes more free than total blocks.
+        const uint32_t bfree = static_cast<uint32_t>(rng() % 8 ? rng() % (blocks + 1ull) : rng());
+        const double total_d = double(frsize ? frsize : bsize) * blocks / 1048576.0;
+        const double free_d = double(frsize) * bfree / 1048576.0;
+        if (total_d > INT32_MAX || free_d > INT32_MAX)
+            continue; // beyond a 32-bit long: undefined there
+        const long total = long(total_d), used = blocks == 0 ? 0 : total - long(free_d);
+        const uintmax_t pct = total == 0 || used == 0
+                                  ? 0
+                                  : uintmax_t(uint32_t(blocks - bfree) * 100.0 / blocks + 1.0);
+        const fs_usage u = fs_figures(frsize, bsize, blocks, bfree);
+        ASSERT_TRUE(total == u.fsu_totalMB && used == u.fsu_usedMB && pct == u.fsu_percent)
+            << frsize << "/" << bsize << " " << blocks << " " << bfree;
     }
 }
 
