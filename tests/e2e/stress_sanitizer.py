@@ -25,19 +25,18 @@ def rss_kb(pid):
 
 
 def random_value(rng):
-    kind = rng.choice("iiuutaosssxx")
+    """An snmpset type letter and a value of it, often at a limit."""
+    kind, n = rng.choice("iiuutaosssxx"), rng.choice(
+        [0, 1, 5, 6, 15, 16, 17, 18, 63, 64, 65, 127, 128, 254, 255, 256, 511, 512, 513, 900, 901,
+         2 ** 31 - 1, 2 ** 32 - 1, rng.randint(0, 1400), rng.randint(0, 2 ** 32 - 1)])
     if kind in "iut":
-        n = rng.choice([0, 1, 5, 6, 900, 901, -1, 2 ** 31 - 1, -2 ** 31,
-                        rng.randint(-10 ** 6, 10 ** 6), rng.randint(0, 2 ** 32 - 1)])
-        return kind, str(n % 2 ** 32 if kind != "i" else n)
+        return kind, str(-n if kind == "i" and rng.random() < 0.3 else n)
     if kind in "ao":
-        n, top = (4, 255) if kind == "a" else (rng.randint(2, 12), 2 ** 32 - 1)
-        return kind, "." * (kind == "o") + ".".join(str(rng.randint(0, top)) for _ in range(n))
-    length = rng.choice([0, 1, 15, 16, 17, 18, 63, 64, 65, 127, 128, 254, 255, 256, 511, 512, 513,
-                         rng.randint(0, 1400)])
+        count, top = (4, 255) if kind == "a" else (n % 12 + 2, 2 ** 32 - 1)
+        return kind, "." * (kind == "o") + ".".join(str(rng.randint(0, top)) for _ in range(count))
     if kind == "s":
-        return kind, "".join(rng.choice("abcXYZ 09-_.") for _ in range(length))
-    return kind, "".join("%02x" % rng.randint(0, 255) for _ in range(length))
+        return kind, "".join(rng.choice("abcXYZ 09-_.") for _ in range(n % 1401))
+    return kind, bytes(rng.randint(0, 255) for _ in range(n % 1401)).hex()
 
 
 def random_set(rng, known):

@@ -1,10 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The daemon's life cycle through a real master: refusals, one instance,
-options, signals, fork, systemd's notifications, the MIB revision group and
-its poll period, the values that outlive a restart (the persistent file's
-lines, their order and limits, the rollback through the saved copy after an
-abrupt end), and a whole life under valgrind. Reconnection after a master
-restart: test_traps.py; the stored GUID beside the SMBIOS one: test_scalars.py."""
+options, signals, systemd, the revision group and its poll period, the
+values that outlive a restart, and a whole life under valgrind."""
 
 import os
 import random

@@ -1,9 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The scalar groups through a real master: host identity, telnet, memory,
-the status, client, trap-info and miscellaneous values, the MIB status array
-(with a second MIB of the enterprise served by the master), the GUID's
-sources, SET checks, and the local queries against a master without the
-daemon's community or with SNMPv3 users only."""
+"""The scalar groups through a real master: values, the MIB status array and
+its local queries (without the daemon's community, or SNMPv3 only), the
+GUID's sources and the SET checks."""
 
 import os
 import socket

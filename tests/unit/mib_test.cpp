@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The MIB layer: registration helpers, the tables' on-demand rebuild, the
-// revision group's inputs.
+// The MIB layer: the tables' on-demand rebuild, the revision group's inputs.
 #include <cstring>
 
 #include <gtest/gtest.h>

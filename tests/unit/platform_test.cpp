@@ -20,7 +20,6 @@
 
 namespace {
 
-// Kernel statistics read from a scratch host tree.
 // Free memory is what the kernel counts as available for new work, MemFree
 // only on kernels without that figure; a missing key reads all ones.
 TEST(PlatformKstat, FreeMemoryAndMissingKeys) {
@@ -37,7 +36,6 @@ TEST(PlatformKstat, FreeMemoryAndMissingKeys) {
     EXPECT_EQ(UINT32_MAX, getKstatVal32("unix", 0, "system_pages", "no_such_key"));
 }
 
-// Solaris-style mount table reading over Linux mount lines.
 // Every entry to the end as "special|mountp|fstype|options", or its error.
 std::vector<std::string> scan(std::string text) {
     FILE *fp = fmemopen(text.data(), text.size(), "r");
@@ -70,7 +68,6 @@ TEST(PlatformMnttab, EscapesFieldCountsAndTheLongestLines) {
                                         error(MNT_TOOLONG), "last|/end|xfs|rw"}));
 }
 
-// SMBIOS structure walking over hand-built DMI tables.
 // One structure: header, formatted area (length taken from it), strings.
 std::string structure(BYTE type, std::string formatted, std::string strings = "") {
     return std::string{static_cast<char>(type), static_cast<char>(4 + formatted.size()), 1, 0} +
@@ -136,7 +133,6 @@ TEST_F(PlatformSmbios, DamagedTablesEndTheWalkWithoutOverrunning) {
     }
 }
 
-// The Solaris command stand-ins, and how programs are started.
 // A listening socket on local port 23 in a /proc/net/tcp table; with no
 // listener, an enabled inetd.conf line counts while inetd runs.
 TEST(PlatformStandins, TelnetFromListenersAndInetd) {

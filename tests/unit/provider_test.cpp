@@ -138,8 +138,6 @@ TEST(FsList, PseudoTypesAndVanishedMountsLeftOutRowsFromZero) {
     platform::set_host_root("");
 }
 
-// The CPU load sampler driven by tick samples in a scratch host tree, a
-// stand-in psrinfo and an injected clock.
 cpu_stat_t ticks(uint_t user, uint_t kernel, uint_t idle, uint_t wait) {
     cpu_stat_t s{};
     s.cpu_sysinfo.cpu[CPU_USER] = user, s.cpu_sysinfo.cpu[CPU_KERNEL] = kernel;
@@ -274,8 +272,6 @@ TEST_F(CpuSampler, ListingOnlyWhenDueAndFailedSamplesLoseNothing) {
     EXPECT_EQ(22, cpu(0).cpu_1min) << "(30 + 100 + four zeros) / 6";
 }
 
-// The software inventory: package kinds, the rows of a listing with their
-// programs' states, and a SET whose row a rebuild replaced.
 TEST(SwVerKinds, FirstFilterMatchingACaseSensitivePrefix) {
     const std::pair<const char *, int> kinds[] = {
         {"KYQtarnX", 2},   {"e1000e", 2}, {"KYQtem", 3},     {"KYQsorrel", 4}, {"KYQvane", 4},
@@ -398,8 +394,6 @@ TEST_F(SwVer, EachListRunsOncePerRefreshForEveryRowThatAsks) {
                                                 "mydrv-dkms 2"}));
 }
 
-// The MIB status array built from injected local query answers, and the
-// operator texts of the status record.
 // Answers by "m.k" (MIB number, object number); the rest go unanswered,
 // g_timeout times out.
 std::map<std::string, long> g_answers;
