@@ -1,10 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
 # Runs end-to-end tests in a private copy of this host (see
-# scripts/in-private-host.sh); each test then mounts fresh tmpfs on the
-# directories the daemon and the master write (conftest.py). The tests get
-# a process table of their own too: ps, as the daemon's package checks run
-# it, sees no process of another run (a concurrent run's tarnd, say).
+# scripts/in-private-host.sh) with a process table of their own, so that the
+# daemon's package checks (ps) see no process of a concurrent run.
 #
 # Usage: tests/e2e/run.sh BUILD_DIR [pytest arguments...]   (as root)
 set -eu

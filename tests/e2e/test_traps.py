@@ -1,8 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Enterprise traps, sent by the daemon itself to the master's destinations:
-trapsink (SNMPv1) and trap2sink (SNMPv2c) two seconds after the SET, once
-each, also after the master restarts (the objects are back soon, the log
-says so once); informsink and trapsess (SNMPv3 authPriv, informs) too."""
+"""Enterprise traps, sent by the daemon itself to every destination the
+master's configuration names, and reconnection after the master restarts."""
 
 import re
 import socket
