@@ -120,8 +120,10 @@ def test_rows_refusals_and_the_first_averages(bed):
         # The timer primes 10 s after the start and computes 10 s later
         # (with a 15 s period that would be 30 s); the longer averages wait
         # out their whole span.
-        loads = wait_for(lambda: all(a[0] >= 0 for a in cpu_rows().values()) and cpu_rows(),
-                         timeout=40, interval=0.5, what="the first 1-minute averages")
+        def averaged():
+            rows = cpu_rows()
+            return all(a[0] >= 0 for a in rows.values()) and rows
+        loads = wait_for(averaged, timeout=40, interval=0.5, what="the first 1-minute averages")
         assert time.monotonic() - ready < 26
         assert all(0 <= one <= 100 and longer == [-1, -1, -1] for one, *longer in loads.values())
         assert loads[cpu][0] >= 80, "the busy processor: %r" % loads
