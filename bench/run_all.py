@@ -6,7 +6,7 @@ Started by bench/run-all inside a private host (scripts/in-private-host.sh):
     run_all.py [--quick] BUILD_DIR
 
 prepares the host (a package database of 100 recognised packages, a pass
-script for a sibling MIB), then runs two sessions of scripts/with-agents.sh,
+script for a sibling MIB), then runs two sessions of the agent bed (scripts/agent_bed.py),
 each calling this file again with --phase:
 
     run_all.py --phase reconnect|main [--quick] BUILD_DIR RESULTS_JSON PROGRESS_FD
@@ -29,6 +29,9 @@ import textwrap
 import time
 import traceback
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "scripts"))
+from agent_bed import MASTER_CMD, MASTER_PID_FILE, READY_OIDS  # noqa: E402
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 SCRIPTS = os.path.join(HERE, "..", "scripts")
 COMMUNITY = "meadow"
@@ -38,7 +41,6 @@ FS_TABLE = "1.3.6.1.4.1.32473.11.2.4.1"
 HR_STORAGE = "1.3.6.1.2.1.25.2.3"
 SW_TABLE = "1.3.6.1.4.1.32473.11.2.7.2"
 HR_SW_INSTALLED = "1.3.6.1.2.1.25.6.3"
-MASTER_CMD = ["/usr/sbin/snmpd", "-f", "-Lf", "/var/log/snmpd-master.log", "-p", "/run/snmpd.pid"]
 HZ = os.sysconf("SC_CLK_TCK")
 # The tables rebuild on demand at most once per this many seconds (polling off).
 FS_REBUILD_INTERVAL = 10
@@ -49,7 +51,7 @@ LOOPBACK_CONNECTIONS = 20000
 
 
 # Progress lines; a phase writes them to the terminal's descriptor, passed on
-# past with-agents.sh whose output goes to the session log.
+# past the agent bed whose output goes to the session log.
 progress = sys.stderr
 
 
@@ -85,7 +87,7 @@ def daemon_pid():
 
 
 def master_pid():
-    return pid_of("/run/snmpd.pid")
+    return pid_of(MASTER_PID_FILE)
 
 
 def cpu_ticks(pid, children=False):
@@ -126,11 +128,6 @@ def answers(*oids):
     r = subprocess.run(["snmpget", "-v2c", "-c", COMMUNITY, "-t", "0.2", "-r", "0", AGENT, *oids],
                        capture_output=True, text=True)
     return r.returncode == 0 and "No Such Object" not in r.stdout
-
-
-def ready_oids():
-    with open(os.path.join(SCRIPTS, "ready-oids")) as f:
-        return [line.split()[0] for line in f if line.strip() and not line.startswith("#")]
 
 
 def walk(oid, timeout=300):
@@ -275,7 +272,7 @@ def close_loopback_connections(held):
 def phase_reconnect(build, res, quick):
     """The master restarted three times: how long after it answers again
     every object of the daemon answers again."""
-    objects = ready_oids()
+    objects = READY_OIDS
     gaps, starts = [], []
     master = None
     try:
@@ -629,12 +626,12 @@ def main(argv):
     with open(res["_log"], "w") as session_log:
         for phase in ("reconnect", "main"):
             log("session: " + phase)
-            cmd = [os.path.join(SCRIPTS, "with-agents.sh"), "--master-conf", conf, build,
+            cmd = [sys.executable, os.path.join(SCRIPTS, "agent_bed.py"), "--master-conf", conf, build,
                    sys.executable, os.path.abspath(__file__), "--phase", phase, build,
                    res["_path"], str(progress_fd)] + (["--quick"] if quick else [])
             session_log.write("=== session %s\n" % phase)
             session_log.flush()
-            # The reconnect session replaces the master that with-agents.sh
+            # The reconnect session replaces the master that the bed
             # started (and stops its own): the phase's own mark, not the
             # session's status, tells whether the figures are complete.
             subprocess.run(cmd, stdout=session_log, stderr=subprocess.STDOUT,
