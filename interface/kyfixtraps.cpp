@@ -4,6 +4,9 @@
 #include <string>
 #include <unistd.h>
 
+#include "platform/getopt_reset.h"
+#include "platform/guard.h"
+
 static const char TRAPSINK_HELP[] = "host [community] [port]";
 static const char TRAPSESS_HELP[] = "[snmpcmdargs] host";
 static const unsigned int ONE_YEAR = 31536000;
@@ -106,11 +109,9 @@ static void ask_engine_id(netsnmp_session *ss) {
 // that user every SNMPv3 trap fails with "unknown security name". So the
 // session is taken over here, its user made, and only then added.
 static void parse_trapsess(const char *token, char *line) {
-    try {
-        char name[] = "temhostd";
-        char *reset_argv[] = {name, nullptr};
-        optind = 0;
-        getopt(1, reset_argv, "");
+    // nothing may cross into the library's configuration reader
+    platform::c_call(0, [&] {
+        platform::restart_getopt();
         snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_REGISTER_NOTIFICATIONS,
                                take_new_sink, nullptr);
         snmpd_parse_config_trapsess(token, line);
@@ -119,7 +120,7 @@ static void parse_trapsess(const char *token, char *line) {
         netsnmp_session *ss = s_new_sink;
         s_new_sink = nullptr;
         if (!ss) {
-            return; // the library has said why
+            return 0; // the library has said why
         }
         int pdutype = s_new_sink_confirm ? SNMP_MSG_INFORM : SNMP_MSG_TRAP2;
         if (ss->version == SNMP_VERSION_1) {
@@ -132,9 +133,8 @@ static void parse_trapsess(const char *token, char *line) {
             ask_engine_id(ss);
         }
         add_trap_session(ss, pdutype, s_new_sink_confirm, static_cast<int>(ss->version));
-    } catch (...) {
-        // nothing may cross into the library's configuration reader
-    }
+        return 0;
+    });
 }
 
 void ky_fix_subagent_traps(void) {

@@ -11,19 +11,9 @@
 #include <string_view>
 #include <vector>
 
-namespace platform {
+#include "platform/guard.h"
 
-// The Solaris-shaped calls are C interfaces: they report failure through
-// their result and errno, never by an exception that would unwind through
-// a C caller. An allocation failing in their C++ insides reads as ENOMEM.
-template <typename R, typename F> R c_call(R on_failure, F &&body) noexcept {
-    try {
-        return body();
-    } catch (...) {
-        errno = ENOMEM;
-        return on_failure;
-    }
-}
+namespace platform {
 
 // Reads the whole host file at path (host_path applied) into out, at most
 // limit bytes. When the file is longer, the partial last line is dropped so
