@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 
+#include "interface/sw_watch.h"
 #include "interface/vorHoSwVer_interface.h"
 #include "platform/popen_stream.h"
 

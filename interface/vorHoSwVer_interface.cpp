@@ -5,23 +5,22 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
-#include <map>
 #include <memory>
 #include <new>
-#include <strings.h>
 
 #include "interface/debug.h"
 #include "interface/row_index.h"
+#include "interface/sw_checks.h"
+#include "interface/sw_watch.h"
 #include "platform/commands.h"
 #include "platform/popen_stream.h"
 
 #define SWVER_TOKEN "vorOrblFSinterface"
 
 // Buffers of the listing read: a first line of up to 255 characters, a
-// version line of up to 79; the check commands' lines are read in pieces.
+// version line of up to 79.
 #define PKG_LINE_BUF 256
 #define PKG_VERSION_LINE_BUF 80
-#define CHECK_LINE_BUF 256
 
 vorHo_Swver_t *swVerList = nullptr;
 int g_NextIndex = 0;
@@ -101,155 +100,15 @@ const char *get_exe_name(const char *pkgName) {
 }
 
 // ---------------------------------------------------------------------------
-// State checks. A package's daemon or driver module is looked for in the
-// output of "ps -aef" or "modinfo -w", as the lines that "| grep NAME" (and,
-// for processes, "| grep -v grep") would keep. Each list is taken once per
-// refresh, however many rows ask: one command instead of one pipeline per
-// row.
-
-enum { CHECK_NONE, CHECK_PROCESS, CHECK_MODULE };
-
-// Reads a started command's whole output, one string per line, and closes it.
-static bool read_output(platform::PopenStream &out, std::vector<std::string> *lines) {
-    if (!out.ok()) {
-        return false;
-    }
-    std::string line;
-    char chunk[CHECK_LINE_BUF];
-    while (out.read_line(chunk, sizeof(chunk))) {
-        line += chunk;
-        if (!line.empty() && line.back() == '\n') {
-            line.pop_back();
-            lines->push_back(std::move(line));
-            line.clear();
-        }
-    }
-    if (!line.empty()) {
-        lines->push_back(std::move(line));
-    }
-    out.close();
-    return true;
-}
-
-static bool run_through_shell(const char *command, std::vector<std::string> *lines) {
-    platform::PopenStream out(command);
-    return read_output(out, lines);
-}
-
-static swver_command_fn s_run_command = run_through_shell;
-
-void set_swver_command_runner(swver_command_fn run) {
-    s_run_command = run ? run : run_through_shell;
-}
-
-namespace {
-
-// One command's answer: whether it ran, and its lines.
-struct CommandOutput {
-    bool ran = false;
-    std::vector<std::string> lines;
-    std::unique_ptr<platform::PopenStream> ahead; // started, not read yet
-};
-
-// The outputs taken during the current refresh, by command. Outside a
-// refresh nothing is kept and every check runs its command.
-struct CheckMemo {
-    bool on = false;
-    std::map<std::string, CommandOutput> outputs;
-};
-CheckMemo s_memo;
-
-// Keeps the outputs for one refresh and forgets them at its end.
-struct MemoScope {
-    MemoScope() {
-        s_memo.outputs.clear();
-        s_memo.on = true;
-    }
-    ~MemoScope() {
-        s_memo.on = false;
-        s_memo.outputs.clear();
-    }
-    MemoScope(const MemoScope &) = delete;
-    MemoScope &operator=(const MemoScope &) = delete;
-};
-
-} // namespace
-
-static int look_in(const CommandOutput &out, int check, const char *exe) {
-    if (!out.ran) {
-        return SWVER_STATUS_UNKNOWN;
-    }
-    for (const std::string &line : out.lines) {
-        if (strstr(line.c_str(), exe) &&
-            (check != CHECK_PROCESS || !strstr(line.c_str(), "grep"))) {
-            return SWVER_STATUS_RUNNING;
-        }
-    }
-    return SWVER_STATUS_STOPPED;
-}
-
-// The checks run inside the library's callbacks: memory running out while
-// a list is held reads as "cannot tell".
-template <typename F> static int no_throw(int on_failure, F &&body) noexcept {
-    try {
-        return body();
-    } catch (...) {
-        return on_failure;
-    }
-}
-
-static std::string list_command(int check) {
-    return check == CHECK_MODULE ? std::string(platform::modinfo_path()) + " -w"
-                                 : std::string(platform::ps_path()) + " -aef";
-}
-
-// 2 when exe is in the process (or module) list, 3 when not, 1 when the
-// list cannot be had.
-static int look_for(int check, const char *exe) {
-    return no_throw(SWVER_STATUS_UNKNOWN, [&] {
-        std::string command = list_command(check);
-        if (s_memo.on) {
-            auto at = s_memo.outputs.find(command);
-            if (at == s_memo.outputs.end()) {
-                CommandOutput out;
-                out.ran = s_run_command(command.c_str(), &out.lines);
-                at = s_memo.outputs.emplace(std::move(command), std::move(out)).first;
-            } else if (at->second.ahead) {
-                at->second.ran = read_output(*at->second.ahead, &at->second.lines);
-                at->second.ahead.reset();
-            }
-            return look_in(at->second, check, exe);
-        }
-        CommandOutput out;
-        out.ran = s_run_command(command.c_str(), &out.lines);
-        return look_in(out, check, exe);
-    });
-}
-
-// Starts a list command that the watch list will ask for before the package
-// listing, so that both run at once; its output is read at the first check.
-// A test's runner answers at once and is left to do so.
-static void start_ahead(int check) {
-    if (!s_memo.on || s_run_command != run_through_shell) {
-        return;
-    }
-    no_throw(0, [&] {
-        std::string command = list_command(check);
-        if (s_memo.outputs.count(command) == 0) {
-            CommandOutput out;
-            out.ahead.reset(new platform::PopenStream(command.c_str()));
-            s_memo.outputs.emplace(std::move(command), std::move(out));
-        }
-        return 0;
-    });
-}
+// State checks: a package's daemon or driver module is looked for in the
+// output of "ps -aef" or "modinfo -w" (sw_checks.h).
 
 int IsProcessRunning(const char *pkgname) {
     const char *exe = get_exe_name(pkgname);
     if (!exe) {
         return SWVER_STATUS_UNKNOWN;
     }
-    return look_for(CHECK_PROCESS, exe);
+    return sw_check(CHECK_PROCESS, exe);
 }
 
 int IsDriverLoaded(const char *pkgname) {
@@ -260,7 +119,7 @@ int IsDriverLoaded(const char *pkgname) {
     if (is_user_mode_drv(pkgname)) {
         return IsProcessRunning(pkgname);
     }
-    return look_for(CHECK_MODULE, exe);
+    return sw_check(CHECK_MODULE, exe);
 }
 
 int get_current_status(int type, const char *name) {
@@ -409,17 +268,9 @@ static bool read_version(FILE *fp, char *line, swver_t *record) {
 }
 
 // ---------------------------------------------------------------------------
-// The operator's watch list
+// The operator's watch list (sw_watch.h): rows of the packages it names
 
 namespace {
-
-struct WatchLine {
-    int type;
-    int check; // CHECK_*
-    std::string prefix;
-    std::string exe;
-};
-std::vector<WatchLine> s_watch;
 
 // A watched package's row, kept until the filters' rows are all in.
 struct WatchedRow {
@@ -429,15 +280,6 @@ struct WatchedRow {
 
 } // namespace
 
-static const WatchLine *watch_for(const char *name) {
-    for (const WatchLine &w : s_watch) {
-        if (has_prefix(name, w.prefix.c_str())) {
-            return &w;
-        }
-    }
-    return nullptr;
-}
-
 // A first line the filters left out: when the package is watched, its row
 // (both lines read) goes to watched.
 static void take_watched(FILE *fp, char *line, std::vector<WatchedRow> &watched) {
@@ -446,7 +288,7 @@ static void take_watched(FILE *fp, char *line, std::vector<WatchedRow> &watched)
     }
     char name[SWVER_NAME_MAX + 1];
     first_word(line, name);
-    const WatchLine *watch = watch_for(name);
+    const WatchLine *watch = sw_watch_for(name);
     if (!watch) {
         return;
     }
@@ -465,97 +307,6 @@ static void take_watched(FILE *fp, char *line, std::vector<WatchedRow> &watched)
     } catch (const std::bad_alloc &) {
         // left out of this rebuild, as a record that cannot be allocated
     }
-}
-
-static int watch_status(const WatchLine &watch) {
-    return watch.check == CHECK_NONE ? SWVER_STATUS_UNKNOWN
-                                     : look_for(watch.check, watch.exe.c_str());
-}
-
-static int kind_from(const char *word) {
-    static const struct {
-        const char *name;
-        int type;
-    } names[] = {{"driver", SWVER_TYPE_DRIVER},
-                 {"agent", SWVER_TYPE_AGENT},
-                 {"utility", SWVER_TYPE_UTILITY},
-                 {"application", SWVER_TYPE_APPLICATION}};
-    if (word[0] >= '1' && word[0] <= '5' && word[1] == '\0') {
-        return word[0] - '0';
-    }
-    for (const auto &n : names) {
-        if (strcasecmp(word, n.name) == 0) {
-            return n.type;
-        }
-    }
-    return 0;
-}
-
-// The next word of the line (quotes as the library reads them), or an
-// empty word at its end.
-static char *next_word(char *from, char (&word)[SWVER_VALUE_BUF]) {
-    word[0] = '\0';
-    return from && *from ? copy_nword(from, word, sizeof(word)) : nullptr;
-}
-
-// Reported with the file and line number the library is reading.
-static void watch_error(const char *token, const char *line, const char *what,
-                        const char *word = nullptr, const char *hint = "") {
-    char msg[SWVER_VALUE_BUF * 3];
-    if (word) {
-        snprintf(msg, sizeof(msg), "%s %s: %s \"%s\"%s", token, line, what, word, hint);
-    } else {
-        snprintf(msg, sizeof(msg), "%s %s: %s", token, line, what);
-    }
-    config_perror(msg);
-}
-
-void parse_softwareWatch(const char *token, char *line) {
-    if (!token || !line) {
-        return;
-    }
-    char kind[SWVER_VALUE_BUF], prefix[SWVER_VALUE_BUF], check[SWVER_VALUE_BUF],
-        exe[SWVER_VALUE_BUF], extra[SWVER_VALUE_BUF];
-    char *rest = next_word(line, kind);
-    rest = next_word(rest, prefix);
-    rest = next_word(rest, check);
-    rest = next_word(rest, exe);
-    next_word(rest, extra);
-    const int type = kind_from(kind);
-    if (type == 0) {
-        return watch_error(token, line, "unknown kind", kind,
-                           " (1 to 5, driver, agent, utility or application)");
-    }
-    if (!prefix[0]) {
-        return watch_error(token, line, "missing package prefix");
-    }
-    if (strlen(prefix) > SWVER_NAME_MAX) {
-        return watch_error(token, line, "package prefix longer than a package name");
-    }
-    int how = CHECK_NONE;
-    if (strcmp(check, "process") == 0) {
-        how = CHECK_PROCESS;
-    } else if (strcmp(check, "module") == 0) {
-        how = CHECK_MODULE;
-    } else if (check[0]) {
-        return watch_error(token, line, "unknown check", check, " (process NAME or module NAME)");
-    }
-    if (how != CHECK_NONE && !exe[0]) {
-        return watch_error(token, line, "missing name after", check);
-    }
-    if (extra[0]) {
-        return watch_error(token, line, "unexpected word", extra);
-    }
-    try {
-        s_watch.push_back(WatchLine{type, how, prefix, exe});
-    } catch (const std::bad_alloc &) {
-        return watch_error(token, line, "out of memory");
-    }
-    VOR_DEBUG(SWVER_TOKEN, "watching packages %s (kind %d)\n", prefix, type);
-}
-
-void free_softwareWatch(void) {
-    s_watch.clear();
 }
 
 // ---------------------------------------------------------------------------
@@ -579,7 +330,7 @@ void read_pkg_listing(FILE *fp, swver_status_fn status_of) {
             type = is_eligible_pkg(name);
         }
         if (type == 0) {
-            if (!s_watch.empty()) {
+            if (sw_watching()) {
                 take_watched(fp, line, watched);
             }
             continue;
@@ -608,7 +359,7 @@ void read_pkg_listing(FILE *fp, swver_status_fn status_of) {
         if (g_NextIndex < 0 || g_NextIndex >= SWVER_MAX_ROWS) {
             break;
         }
-        row.record->status = watch_status(*row.watch);
+        row.record->status = sw_watch_status(*row.watch);
         if (HostOsSwEntry_new(row.record.get())) {
             row.record.release();
         }
@@ -624,12 +375,8 @@ int populate_SwVerEntries(void) {
         perror("popen pkginfo");
         return 0;
     }
-    const MemoScope memo;
-    for (const WatchLine &watch : s_watch) {
-        if (watch.check != CHECK_NONE) {
-            start_ahead(watch.check);
-        }
-    }
+    SwCheckRefresh checks;
+    sw_watch_start_checks(checks);
     platform::PopenStream listing(cmd);
     if (!listing.ok()) {
         perror("popen pkginfo");

@@ -5,13 +5,10 @@
 // every refresh; operator edits of kind, description and location live in
 // a list of their own, keyed by package name, and are written back into the
 // fresh rows at the end of each rebuild. After the filters' rows come the
-// rows of the operator's watch list (softwareWatch lines of the daemon's
-// configuration file).
+// rows of the operator's watch list (sw_watch.h).
 #pragma once
 
 #include <cstdio>
-#include <string>
-#include <vector>
 
 #define SWVER_MAX_ROWS 100
 #define SWVER_NAME_SIZE 128
@@ -128,27 +125,6 @@ int getFirstSwVerEntryIndex(int *sw_index);
 // The first row whose index is index or more (null past the last).
 vorHo_Swver_t *swver_row_from(unsigned long index);
 int getNextSwVerEntryIndex(int curr_sw_index, int *next_sw_index);
-
-// The operator's watch list, one configuration line each:
-//   softwareWatch KIND PACKAGE-PREFIX [process NAME | module NAME]
-// KIND is 1 to 5 or driver, agent, utility, application. Every listed
-// package whose name begins with the prefix (case-sensitive) and that the
-// filters left out gets a row after theirs; its state is whether NAME is in
-// the process list or the kernel module list, unknown without a check. The
-// first line whose prefix matches decides. A bad line is reported with its
-// file and line number and skipped.
-#define SWVER_WATCH_TOKEN "softwareWatch"
-#define SWVER_WATCH_HELP "KIND PACKAGE-PREFIX [process NAME | module NAME]"
-void parse_softwareWatch(const char *token, char *line);
-// Forgets the watch list (the library calls it before reading again).
-void free_softwareWatch(void);
-
-// Runs one check command (the process or module list) and gives its output
-// lines; false when it could not be started. A refresh runs each distinct
-// command once and answers every row's check from that output.
-typedef bool (*swver_command_fn)(const char *command, std::vector<std::string> *lines);
-// Null restores the runner that starts the command through the shell.
-void set_swver_command_runner(swver_command_fn run);
 
 // Column setters of the live row with that index: 0, or 5 (genErr) for a
 // missing row or a column they do not set.

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "interface/sw_watch.h"
 #include "interface/vorHoSwVer_interface.h"
 #include "mib-extns/mib_registration.h"
 #include "mib-extns/object_map.h"

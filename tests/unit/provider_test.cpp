@@ -18,6 +18,8 @@
 #include "interface/KyOrblHostOsInfo_interface.h"
 #include "interface/KyOrblHostSysStatus_interface.h"
 #include "interface/KyOrblNetSnmp_helpers.h"
+#include "interface/sw_checks.h"
+#include "interface/sw_watch.h"
 #include "interface/vorHoSwVer_interface.h"
 #include "mib-extns/object_map.h"
 #include "mib-extns/vorHoSwVerTable.h"

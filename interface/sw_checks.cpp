@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "interface/sw_checks.h"
+
+#include <cstring>
+#include <functional>
+#include <map>
+#include <memory>
+
+#include "interface/vorHoSwVer_interface.h"
+#include "platform/commands.h"
+#include "platform/guard.h"
+#include "platform/popen_stream.h"
+
+// The check commands' lines are read in pieces of this size.
+#define CHECK_LINE_BUF 256
+
+namespace {
+
+// A started command: reading it gives its lines, false when it did not run.
+using Reader = std::function<bool(std::vector<std::string> *)>;
+
+// Reads a started command's whole output, one string per line, and closes it.
+bool read_output(platform::PopenStream &out, std::vector<std::string> *lines) {
+    if (!out.ok()) {
+        return false;
+    }
+    std::string line;
+    char chunk[CHECK_LINE_BUF];
+    while (out.read_line(chunk, sizeof(chunk))) {
+        line += chunk;
+        if (!line.empty() && line.back() == '\n') {
+            line.pop_back();
+            lines->push_back(std::move(line));
+            line.clear();
+        }
+    }
+    if (!line.empty()) {
+        lines->push_back(std::move(line));
+    }
+    out.close();
+    return true;
+}
+
+Reader start_program(const char *command) {
+    auto out = std::make_shared<platform::PopenStream>(command);
+    return [out](std::vector<std::string> *lines) { return read_output(*out, lines); };
+}
+
+swver_command_fn s_runner = nullptr;
+
+// A test's runner answers at once: its answer is kept until read.
+Reader start_through_runner(const char *command) {
+    auto lines = std::make_shared<std::vector<std::string>>();
+    const bool ran = s_runner(command, lines.get());
+    return [lines, ran](std::vector<std::string> *out) {
+        *out = std::move(*lines);
+        return ran;
+    };
+}
+
+Reader (*s_start)(const char *) = start_program;
+
+// One command's answer: whether it ran, and its lines; or, started ahead,
+// the reader that gives them.
+struct CommandOutput {
+    bool taken = false;
+    bool ran = false;
+    std::vector<std::string> lines;
+    Reader ahead;
+};
+
+// The outputs taken during the current refresh, by command. Outside a
+// refresh nothing is kept and every check runs its command.
+bool s_memo_on = false;
+std::map<std::string, CommandOutput> s_outputs;
+
+int look_in(const CommandOutput &out, int check, const char *exe) {
+    if (!out.ran) {
+        return SWVER_STATUS_UNKNOWN;
+    }
+    for (const std::string &line : out.lines) {
+        if (strstr(line.c_str(), exe) &&
+            (check != CHECK_PROCESS || !strstr(line.c_str(), "grep"))) {
+            return SWVER_STATUS_RUNNING;
+        }
+    }
+    return SWVER_STATUS_STOPPED;
+}
+
+std::string list_command(int check) {
+    return check == CHECK_MODULE ? std::string(platform::modinfo_path()) + " -w"
+                                 : std::string(platform::ps_path()) + " -aef";
+}
+
+} // namespace
+
+void set_swver_command_runner(swver_command_fn run) {
+    s_runner = run;
+    s_start = run ? start_through_runner : start_program;
+}
+
+SwCheckRefresh::SwCheckRefresh() {
+    s_outputs.clear();
+    s_memo_on = true;
+}
+
+SwCheckRefresh::~SwCheckRefresh() {
+    s_memo_on = false;
+    s_outputs.clear();
+}
+
+void SwCheckRefresh::start_ahead(int check) {
+    platform::c_call(0, [&] {
+        std::string command = list_command(check);
+        if (s_outputs.count(command) == 0) {
+            CommandOutput out;
+            out.ahead = s_start(command.c_str());
+            s_outputs.emplace(std::move(command), std::move(out));
+        }
+        return 0;
+    });
+}
+
+// The checks run inside the library's callbacks: memory running out while
+// a list is held reads as "cannot tell".
+int sw_check(int check, const char *exe) {
+    return platform::c_call(SWVER_STATUS_UNKNOWN, [&] {
+        std::string command = list_command(check);
+        CommandOutput once;
+        CommandOutput &out = s_memo_on ? s_outputs[command] : once;
+        if (!out.taken) {
+            out.ran = (out.ahead ? out.ahead : s_start(command.c_str()))(&out.lines);
+            out.ahead = nullptr;
+            out.taken = true;
+        }
+        return look_in(out, check, exe);
+    });
+}

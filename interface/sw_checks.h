@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+// Ours, beside the software inventory: the running-state checks of its rows
+// answered from one run of each check command per refresh (the process list,
+// the module list) instead of one pipeline per row, with the list commands
+// the watch list needs started before the package listing so that they run
+// at the same time. The inventory's IsProcessRunning/IsDriverLoaded call
+// sw_check.
+#pragma once
+
+#include <string>
+#include <vector>
+
+enum { CHECK_NONE, CHECK_PROCESS, CHECK_MODULE };
+
+// Runs one check command (the process or module list) and gives its output
+// lines; false when it could not be started. Tests put in a runner of their
+// own; null restores the one that starts the program.
+typedef bool (*swver_command_fn)(const char *command, std::vector<std::string> *lines);
+void set_swver_command_runner(swver_command_fn run);
+
+// 2 (running) when exe is in the process (or module) list as "| grep exe"
+// (and, for processes, "| grep -v grep") would keep a line, 3 when not, 1
+// when the list cannot be had.
+int sw_check(int check, const char *exe);
+
+// While one is alive (a refresh), each distinct check command runs once
+// and every check is answered from its output.
+class SwCheckRefresh {
+  public:
+    SwCheckRefresh();
+    ~SwCheckRefresh();
+    SwCheckRefresh(const SwCheckRefresh &) = delete;
+    SwCheckRefresh &operator=(const SwCheckRefresh &) = delete;
+    // Starts the command of a check that will be asked for, without waiting.
+    void start_ahead(int check);
+};
