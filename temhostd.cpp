@@ -13,10 +13,11 @@
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
-#include <systemd/sd-daemon.h>
 #include <unistd.h>
 #include <vector>
 
+#include "daemon/master_link.h"
+#include "daemon/service_manager.h"
 #include "interface/KYOrblHost_Trigger.h"
 #include "interface/KyOrblHostCpu_interface.h"
 #include "interface/KyOrblHostFs_interface.h"
@@ -39,6 +40,7 @@
 #include "mib-extns/vorHoSwVerAgentsVer.h"
 #include "mib-extns/vorHoSysStatusGroup.h"
 #include "mib-extns/vorHoTrapInfoGroup.h"
+#include "platform/getopt_reset.h"
 
 #define TEMHOSTD_VERSION_MAJOR 2
 #define TEMHOSTD_VERSION_MINOR 3
@@ -66,9 +68,6 @@ static const char NO_MASTER_MESSAGE[] =
 
 // The pid file, open and write-locked while the daemon runs.
 static int s_pid_fd = -1;
-
-// Set once the AgentX session with the master agent has opened.
-static int s_master_session_open = 0;
 
 // A stop signal that lands after the loop has tested keep_running but
 // before the library blocks in select would only be noticed at the next
@@ -238,11 +237,7 @@ static int hand_to_library_parser(const char *applName, const std::vector<std::s
     }
     vec.push_back(nullptr);
 
-    // Start getopt afresh: a scan position left from an earlier scan must
-    // not leak into this one.
-    char *reset_argv[] = {vec[0], nullptr};
-    optind = 0;
-    getopt(1, reset_argv, "");
+    platform::restart_getopt();
 
     const int saved_opterr = opterr;
     opterr = 0; // the daemon's scan has already reported unknown letters
@@ -346,123 +341,6 @@ static void detach(void) {
     }
 }
 
-// The library notices at once when the master closes the AgentX socket
-// (it stops or dies: end of file in the loop's select) and then retries the
-// connection every RECONNECT_SECONDS. Its ping is needed only for a master
-// that hangs with the socket open, so while connected it runs every
-// PING_SECONDS: each ping is an AgentX round trip that wakes both agents.
-// Both periods come from one library setting, read when the ping is armed
-// (just after the session opens) and when a loss is noticed.
-static const int RECONNECT_SECONDS = 1;
-static const int PING_SECONDS = 30;
-
-static void set_agentx_interval(int seconds) {
-    netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, seconds);
-}
-
-static void back_to_reconnect_interval(unsigned int, void *) {
-    set_agentx_interval(RECONNECT_SECONDS);
-}
-
-static int master_session_opened(int, int, void *, void *) {
-    s_master_session_open = 1;
-    // The ping the library arms next takes the long period; the loop's
-    // next round of alarms puts the short one back for a later loss.
-    set_agentx_interval(PING_SECONDS);
-    struct timeval soon = {0, 1000};
-    snmp_alarm_register_hr(soon, 0, back_to_reconnect_interval, nullptr);
-    return SNMPERR_SUCCESS;
-}
-
-// While the master is away the library would warn at every reconnection
-// attempt. Instead one line when the session closes and one when a new one
-// opens, saying how long the subtree was gone.
-static bool s_master_away = false;
-static struct timespec s_master_lost_at;
-
-static int master_session_closed(int, int, void *, void *) {
-    if (!s_master_away) {
-        s_master_away = true;
-        clock_gettime(CLOCK_MONOTONIC, &s_master_lost_at);
-        snmp_log(LOG_WARNING, "Lost the AgentX connection to the master agent; reconnecting "
-                              "without further messages\n");
-    }
-    return SNMPERR_SUCCESS;
-}
-
-static int master_session_back(int, int, void *, void *) {
-    if (s_master_away) {
-        s_master_away = false;
-        struct timespec now;
-        clock_gettime(CLOCK_MONOTONIC, &now);
-        const double away = static_cast<double>(now.tv_sec - s_master_lost_at.tv_sec) +
-                            static_cast<double>(now.tv_nsec - s_master_lost_at.tv_nsec) / 1e9;
-        snmp_log(LOG_INFO, "AgentX connection to the master agent is back after %.1f s away\n",
-                 away);
-    }
-    return SNMPERR_SUCCESS;
-}
-
-// The library also logs each loss and return itself, with no switch to turn
-// that off; those lines are dropped here, so the two above are the only ones.
-static bool is_library_connection_chatter(const char *line) {
-    static const char *const chatter[] = {"AgentX master disconnected us",
-                                          "AgentX master agent failed to respond to ping",
-                                          "AgentX subagent connected"};
-    for (const char *c : chatter) {
-        if (line && strstr(line, c)) {
-            return true;
-        }
-    }
-    return false;
-}
-
-struct WrappedLogHandler {
-    netsnmp_log_handler *logh;
-    NetsnmpLogHandler *original;
-};
-static std::vector<WrappedLogHandler> s_wrapped_log_handlers;
-
-static int filtered_log_handler(netsnmp_log_handler *logh, int pri, const char *line) {
-    if (is_library_connection_chatter(line)) {
-        return 1;
-    }
-    for (const WrappedLogHandler &w : s_wrapped_log_handlers) {
-        if (w.logh == logh) {
-            return w.original(logh, pri, line);
-        }
-    }
-    return 0;
-}
-
-// Puts the filter in front of every log destination registered so far;
-// handlers already wrapped are left as they are.
-static void filter_connection_chatter(void) {
-    for (netsnmp_log_handler *logh = get_logh_head(); logh; logh = logh->next) {
-        if (logh->handler && logh->handler != filtered_log_handler) {
-            // A destination removed earlier may have left its address behind.
-            for (WrappedLogHandler &w : s_wrapped_log_handlers) {
-                if (w.logh == logh) {
-                    w.original = logh->handler;
-                }
-            }
-            if (std::none_of(s_wrapped_log_handlers.begin(), s_wrapped_log_handlers.end(),
-                             [logh](const WrappedLogHandler &w) { return w.logh == logh; })) {
-                s_wrapped_log_handlers.push_back({logh, logh->handler});
-            }
-            logh->handler = filtered_log_handler;
-        }
-    }
-}
-
-static void quiet_while_master_away(void) {
-    filter_connection_chatter();
-    snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP,
-                           master_session_closed, nullptr);
-    snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START,
-                           master_session_back, nullptr);
-}
-
 static void drain_wake_pipe(int fd, void *) {
     char buf[64];
     while (read(fd, buf, sizeof(buf)) > 0) {
@@ -514,26 +392,6 @@ static void install_signal_handlers(void) {
     hold_stop_signals(SIG_UNBLOCK);
 }
 
-// systemd's notification protocol (Type=notify). Without NOTIFY_SOCKET in
-// the environment every call here does nothing.
-static void send_watchdog_ping(unsigned int, void *) {
-    sd_notify(0, "WATCHDOG=1");
-}
-
-// Called once the subtree answers through the master. The watchdog ping is
-// an alarm of the main loop at half the interval systemd asks for, so a
-// loop stuck for longer than that interval stops pinging and is restarted.
-static void tell_systemd_ready(void) {
-    sd_notify(0, "READY=1");
-    uint64_t usec = 0;
-    if (sd_watchdog_enabled(0, &usec) > 0 && usec > 0) {
-        struct timeval half;
-        half.tv_sec = static_cast<time_t>(usec / 2 / 1000000);
-        half.tv_usec = static_cast<suseconds_t>(usec / 2 % 1000000);
-        snmp_alarm_register_hr(half, SA_REPEAT, send_watchdog_ping, nullptr);
-    }
-}
-
 int temhostd_main(int argc, char **argv) {
     scan_options(argc, argv);
     hold_stop_signals(SIG_BLOCK);
@@ -570,28 +428,19 @@ int temhostd_main(int argc, char **argv) {
     AssertSingleInstance(PID_FILE);
     ky_fix_subagent_traps();
 
-    snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START,
-                           master_session_opened, nullptr);
-    quiet_while_master_away();
+    watch_master_link();
     if (init_agent(APPL_NAME) != 0) {
         snmp_log(LOG_ERR, "%s", NO_MASTER_MESSAGE);
         exit(1);
     }
-    // Reconnect on our own when the master agent restarts while we serve:
-    // the objects are away from managers for at most about a second after
-    // the master is back. Set after init_agent, which puts in its own
-    // default of 15 seconds.
-    set_agentx_interval(RECONNECT_SECONDS);
-    // The library's warning at every reconnection attempt is off: a missing
-    // master is reported by the daemon's own lines.
-    netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_NO_CONNECTION_WARNINGS, 1);
+    after_init_agent();
     init_modules();
     keep_running = 1;
     // The library opens the AgentX session while it reads the configuration,
     // so only after init_snmp is it known whether a master answered.
     init_snmp(APPL_NAME);
     filter_connection_chatter(); // destinations the configuration may have added
-    if (!s_master_session_open) {
+    if (!master_session_is_open()) {
         snmp_log(LOG_ERR, "%s", NO_MASTER_MESSAGE);
         exit(1);
     }
@@ -600,14 +449,14 @@ int temhostd_main(int argc, char **argv) {
     refresh_data();
     refresh_cpu_data();
     install_signal_handlers();
-    tell_systemd_ready();
+    tell_service_manager_ready();
 
     while (keep_running) {
         agent_check_and_process(1);
         netsnmp_check_outstanding_agent_requests();
         reopen_log_if_asked();
     }
-    sd_notify(0, "STOPPING=1");
+    tell_service_manager_stopping();
     close_wake_pipe();
 
     closeAgt();
