@@ -16,7 +16,8 @@ INTEGERS = {"physical_memory_size_megabytes": ".2.13.1.0", "mib_condition": ".1.
             "physical_memory_free_megabytes": ".2.13.2.0", "trap_flags": ".2.11.1.0",
             "paging_size_megabytes": ".2.13.3.0", "code_server": ".2.10.4.0",
             "paging_free_megabytes": ".2.13.4.0", "hw_platform": ".2.15.1.0"}
-TEXTS = {"agent_version": ".2.7.3.0", "os_name": ".2.2.1.0", "os_release": ".2.2.2.0"}
+TEXTS = {"agent_version": ".2.7.3.0", "os_name": ".2.2.1.0", "os_release": ".2.2.2.0",
+         "system_role": ".2.2.6.0", "system_role_detail": ".2.2.7.0"}
 FS_COLUMNS = {3: "size_megabytes", 4: "used_megabytes", 5: "used_percent", 6: "files",
               7: "files_used"}
 
@@ -62,7 +63,9 @@ def test_scrape_equals_snmp(bed):
         expect(name, get(ROOT + oid).int)
     for name, oid in TEXTS.items():
         expect(name, 1, **{"temhostd_" + name: get(ROOT + oid).str})
-    expect("enterprise_overall_condition", octets(get(ROOT + ".2.10.1.0", hex=True))[1])
+    array = octets(get(ROOT + ".2.10.1.0", hex=True))
+    expect("enterprise_overall_condition", array[1])
+    expect("mib_status_array", 1, temhostd_mib_status_array="0x" + bytes(array).hex().upper())
     guid = bytes(octets(get(ROOT + ".2.10.3.0", hex=True)))
     expect("guid", 1, temhostd_guid="0x" + guid.hex().upper() if guid else "")
     for i, cols in table_rows(FS).items():
