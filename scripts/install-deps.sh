@@ -10,8 +10,10 @@ bc smitools prometheus-snmp-exporter clang libclang-rt-14-dev valgrind"
 # Packaging: the .deb (dpkg-dev, file for CPack) and its checks (lintian, mandoc,
 # man and lexgrog from man-db, col from bsdextrautils, systemd-analyze).
 PKGS="$PKGS dpkg-dev file lintian mandoc man-db bsdextrautils systemd"
-# promtool (in Debian's prometheus package) for the Prometheus rules' tests.
-PKGS="$PKGS prometheus"
+# promtool (in Debian's prometheus package) for the Prometheus rules' tests;
+# the fleet bed's Prometheus, its console pages' JavaScript (the package's
+# libjs-* dependencies) and the headless browser that renders them.
+PKGS="$PKGS prometheus chromium fonts-dejavu-core python3-yaml"
 
 if [ "$(id -u)" -ne 0 ]; then
     echo "install-deps.sh: run as root" >&2

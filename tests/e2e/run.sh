@@ -10,6 +10,9 @@ here=$(cd "$(dirname "$0")" && pwd)
 build_dir=$(cd "$1" && pwd)
 shift
 cd "$here"
+# Artefacts (the fleet test's screenshots) are written through descriptor 3,
+# the build directory opened here, outside the private host's overlays.
+exec 3<"$build_dir"
 exec env TEMHOSTD_BUILD="$build_dir" MIBS= PYTHONDONTWRITEBYTECODE=1 \
     "$here/../../scripts/in-private-host.sh" unshare --pid --mount-proc --kill-child -- \
     /usr/bin/python3 -m pytest -p no:cacheprovider -q "$@"
