@@ -355,15 +355,22 @@ class Fleet:
 # --- the demo ------------------------------------------------------------
 
 def publish(netns, port):
-    """Serves Prometheus on 127.0.0.1:port of the network namespace netns:
-    the listening socket is made there, each connection's other end here."""
+    """Serves Prometheus on 127.0.0.1 of the network namespace netns, on
+    port or the first free one of the 20 after it, which it returns: the
+    listening socket is made there, each connection's other end here."""
     libc = ctypes.CDLL(None, use_errno=True)
     own = os.open("/proc/self/ns/net", os.O_RDONLY)
     other = os.open(netns, os.O_RDONLY)
     try:
         if libc.setns(other, 0x40000000):  # CLONE_NEWNET
             raise OSError(ctypes.get_errno(), "setns " + netns)
-        server = socket.create_server(("127.0.0.1", port))
+        for free in range(port, port + 21):
+            try:
+                server = socket.create_server(("127.0.0.1", free))
+                break
+            except OSError:
+                if free == port + 20:
+                    raise
     finally:
         libc.setns(own, 0x40000000)
         os.close(own)
@@ -396,6 +403,7 @@ def publish(netns, port):
             for a, b in ((client, upstream), (upstream, client)):
                 threading.Thread(target=pump, args=(a, b), daemon=True).start()
     threading.Thread(target=serve, daemon=True).start()
+    return free
 
 
 def main(argv):
@@ -416,10 +424,9 @@ def main(argv):
     os.environ["MIBS"] = ""
     for sig in (signal.SIGINT, signal.SIGTERM):
         signal.signal(sig, lambda *_: sys.exit(0))
-    with Fleet(argv[0], n, interval="10s"):
-        if netns:
-            publish(netns, int(port))
-        url = "http://127.0.0.1:%s/consoles/temhostd-fleet.html" % (port or PROMETHEUS[10:])
+    with Fleet(argv[0], n, interval="5s"):
+        port = publish(netns, int(port)) if netns else PROMETHEUS.split(":")[1]
+        url = "http://127.0.0.1:%s/consoles/temhostd-fleet.html" % port
         print("fleet of %d hosts up: %s  (Ctrl-C stops it)" % (n, url), flush=True)
         signal.pause()
     return 0
