@@ -1,15 +1,47 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
 # Installs what temhostd needs, builds it, and shows its main job: a private
-# local master agent (snmpd) with temhostd attached as AgentX subagent, and
-# a walk of the daemon's subtree printed with the names of TEMHOSTD-MIB
-# (the base modules it imports are unpacked into build/mibs-base). Runs in a
-# private copy of this host, so nothing on the host is changed or left
-# running.
+# local master agent (snmpd) with temhostd attached as AgentX subagent, a
+# walk of the daemon's subtree printed with the names of TEMHOSTD-MIB (the
+# base modules it imports are unpacked into build/mibs-base), then its
+# software table with the package's watch list (the agent and its master,
+# running) and its first processor averages. Runs in a private copy of this
+# host, so nothing on the host is changed or left running.
 set -eu
 cd "$(dirname "$0")/.."
-scripts/install-deps.sh
-scripts/build.sh
-exec scripts/in-private-host.sh scripts/with-agents.sh "$(pwd)/build" \
-    snmpwalk -v2c -c meadow -M "$(pwd)/build/mibs-base:$(pwd)/mibs" -m TEMHOSTD-MIB \
-    127.0.0.1 1.3.6.1.4.1.32473.11
+mibs="-M $(pwd)/build/mibs-base:$(pwd)/mibs -m TEMHOSTD-MIB"
+case "${1:-}" in
+"")
+    scripts/install-deps.sh
+    scripts/build.sh
+    exec scripts/in-private-host.sh "$0" --inside ;;
+--inside)
+    # As the package leaves the host: its watch list, and temhostd in the
+    # package database (snmpd's entry is this host's own).
+    cp packaging/temhostd.conf /etc/snmp/temhostd.conf
+    dpkg-query -W temhostd >/dev/null 2>&1 ||
+        printf 'Package: temhostd\nStatus: install ok installed\nArchitecture: amd64\nVersion: 2.3-1\nDescription: host agent (this build)\n\n' \
+            >>/var/lib/dpkg/status
+    exec scripts/with-agents.sh "$(pwd)/build" "$0" --show ;;
+esac
+
+# --show, once both agents answer.
+snmpwalk -v2c -c meadow $mibs 127.0.0.1 1.3.6.1.4.1.32473.11
+echo
+echo "== Waiting for the first processor averages (the daemon samples every 10 s; about 20 s) ..."
+i=0
+until snmpgetnext -v2c -c meadow -Oqv 127.0.0.1 1.3.6.1.4.1.32473.11.2.3.1.1.2 2>/dev/null |
+    grep -qx '[0-9]*'; do
+    i=$((i + 1))
+    [ $i -le 60 ] || { echo "no average after 60 s" >&2; exit 1; }
+    sleep 1
+done
+echo
+echo "== Software the daemon watches (/etc/snmp/temhostd.conf)"
+echo "   Status 1 unknown, 2 running, 3 not running; Type 2 driver, 3 agent, 4 utility, 5 application"
+snmptable -v2c -c meadow $mibs -Cb -Cw 120 127.0.0.1 vorHoSwVerTable
+echo
+echo "== Processor busy share, percent (-1: its span has not passed yet)"
+snmptable -v2c -c meadow $mibs -Cb 127.0.0.1 vorHoCpuUtilTable
+echo
+echo "A fleet of such hosts behind Prometheus, with console pages: sh scripts/fleet-demo.sh"
