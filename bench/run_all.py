@@ -7,7 +7,8 @@ Started by bench/run-all inside a private host (scripts/in-private-host.sh):
 
 prepares the host (a package database of 100 recognised packages, a pass
 script for a sibling MIB), then runs two sessions of the agent bed (scripts/agent_bed.py),
-each calling this file again with --phase:
+each calling this file again with --phase, and last a fleet of 5, then 20
+hosts (scripts/fleet.py):
 
     run_all.py --phase reconnect|main [--quick] BUILD_DIR RESULTS_JSON PROGRESS_FD
 
@@ -28,9 +29,11 @@ import sys
 import textwrap
 import time
 import traceback
+import urllib.request
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "scripts"))
-from agent_bed import MASTER_CMD, MASTER_PID_FILE, READY_OIDS  # noqa: E402
+from agent_bed import MASTER_CMD, MASTER_PID_FILE, READY_OIDS, Process  # noqa: E402
+from fleet import EXPORTER, Fleet  # noqa: E402
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 SCRIPTS = os.path.join(HERE, "..", "scripts")
@@ -41,6 +44,7 @@ FS_TABLE = "1.3.6.1.4.1.32473.11.2.4.1"
 HR_STORAGE = "1.3.6.1.2.1.25.2.3"
 SW_TABLE = "1.3.6.1.4.1.32473.11.2.7.2"
 HR_SW_INSTALLED = "1.3.6.1.2.1.25.6.3"
+HR_PROCESSOR = "1.3.6.1.2.1.25.3.3"
 HZ = os.sysconf("SC_CLK_TCK")
 # The tables rebuild on demand at most once per this many seconds (polling off).
 FS_REBUILD_INTERVAL = 10
@@ -48,6 +52,8 @@ SW_REBUILD_INTERVAL = 15
 IDLE_SECONDS, QUICK_IDLE_SECONDS = 120, 30
 MOUNT_COUNTS = (50, 2000, 8000)
 LOOPBACK_CONNECTIONS = 20000
+FLEET_SIZES, FLEET_INTERVAL, FLEET_WINDOW, QUICK_FLEET_WINDOW = (5, 20), 2, 60, 20
+HOSTRES_EXPORTER = "127.0.0.1:9117"
 
 
 # Progress lines; a phase writes them to the terminal's descriptor, passed on
@@ -404,6 +410,79 @@ def step_file_systems(build, res, quick):
         log("file systems: %d mounts measured" % int(mounts))
 
 
+# --- the fleet ---------------------------------------------------------------
+
+def hostres_module():
+    """The master's own storage and processor tables, as a module of the
+    exporter's generator would read them (HOST-RESOURCES-MIB)."""
+    storage = lambda col: "%s.1.%d" % (HR_STORAGE, col)
+    index = [{"labelname": "hrStorageIndex", "type": "gauge"}]
+    descr = [{"labels": ["hrStorageIndex"], "labelname": "hrStorageDescr", "oid": storage(3),
+              "type": "DisplayString"}]
+    metrics = [{"name": name, "oid": storage(col), "type": "gauge", "indexes": index,
+                "lookups": descr}
+               for name, col in (("hrStorageAllocationUnits", 4), ("hrStorageSize", 5),
+                                 ("hrStorageUsed", 6))]
+    metrics.append({"name": "hrProcessorLoad", "oid": HR_PROCESSOR + ".1.2", "type": "gauge",
+                    "indexes": [{"labelname": "hrDeviceIndex", "type": "gauge"}]})
+    return {"hostres": {"version": 2, "auth": {"community": "public"}, "timeout": "5s",
+                        "retries": 2, "max_repetitions": 25, "walk": [HR_STORAGE, HR_PROCESSOR],
+                        "metrics": metrics}}
+
+
+def exporter_counts(address, module):
+    """(collections, seconds spent) of one module, from the exporter's own metrics."""
+    with urllib.request.urlopen("http://%s/metrics" % address, timeout=30) as r:
+        text = r.read().decode()
+    pick = lambda what: grab(r'snmp_collection_duration_seconds_%s\{module="%s"\} (\S+)'
+                             % (what, module), text)
+    return pick("count"), pick("sum")
+
+
+def step_fleet(build, res, quick):
+    """N hosts (scripts/fleet.py) scraped every FLEET_INTERVAL s through two
+    exporters, one per module: Prometheus' scrape duration per host and the
+    exporter's CPU per scrape over a window, for temhostd's module and the
+    host-resources one."""
+    window = QUICK_FLEET_WINDOW if quick else FLEET_WINDOW
+    modules = "/run/hostres.yml"
+    with open(modules, "w") as f:
+        json.dump(hostres_module(), f)  # JSON is YAML
+    job = {"job_name": "hostres", "metrics_path": "/snmp", "params": {"module": ["hostres"]},
+           "relabel_configs": [
+               {"source_labels": ["__address__"], "target_label": "__param_target"},
+               {"source_labels": ["__param_target"], "target_label": "instance"},
+               {"target_label": "__address__", "replacement": HOSTRES_EXPORTER}]}
+    for n in FLEET_SIZES:
+        log("fleet of %d hosts" % n)
+        job["static_configs"] = [{"targets": ["host%d" % i for i in range(1, n + 1)]}]
+        hostres = Process(["prometheus-snmp-exporter", "--config.file=" + modules,
+                           "--web.listen-address=" + HOSTRES_EXPORTER], "/tmp/hostres.log")
+        try:
+            with Fleet(build, n, interval="%ds" % FLEET_INTERVAL, jobs=[job]) as fleet:
+                exporters = {"temhostd": (EXPORTER, fleet.exporter.pid),
+                             "hostres": (HOSTRES_EXPORTER, hostres.pid)}
+                poll(lambda: fleet.query('count(up{job="hostres"} == 1)') == [n], 30, 0.5)
+                time.sleep(2 * FLEET_INTERVAL)  # every target scraped, priming done
+                before = {m: (exporter_counts(a, m), cpu_ticks(pid))
+                          for m, (a, pid) in exporters.items()}
+                time.sleep(window)
+                figures = {}
+                for m, (a, pid) in exporters.items():
+                    (count0, _), ticks0 = before[m]
+                    count, _ = exporter_counts(a, m)
+                    scrape = fleet.query('avg(avg_over_time(scrape_duration_seconds{job="%s"}'
+                                         '[%ds]))' % (m, window))
+                    samples = fleet.query('avg(scrape_samples_scraped{job="%s"})' % m)
+                    figures[m] = {"scrape_ms": 1000 * scrape[0], "scrapes": count - count0,
+                                  "samples": samples[0],
+                                  "cpu_ms": 1000 * (cpu_ticks(pid) - ticks0) / HZ
+                                  / (count - count0)}
+                res.setdefault("fleet", {})[str(n)] = dict(figures, window=window)
+        finally:
+            hostres.stop()
+
+
 MAIN_STEPS = [step_get_rate, step_telnet, step_status, step_cpu_sampler, step_software,
               step_idle, step_file_systems]
 
@@ -538,6 +617,23 @@ def rows(res):
                 "start " + " ".join("%.2f" % s for s in r["master_starts"]), "",
                 "<= 2 s", len(r["gaps"]) == 3 and max(r["gaps"]) <= 2)
     row("8 reconnect", reconnect)
+
+    fleet = res.get("fleet", {})
+    small, large = (str(n) for n in FLEET_SIZES)
+    for key, what in (("scrape_ms", "9 fleet scrape ms per host"),
+                      ("cpu_ms", "9 exporter CPU ms per scrape")):
+        for n in FLEET_SIZES:
+            def vs_hostres(key=key, what=what, n=str(n)):
+                ours, ref = fleet[n]["temhostd"][key], fleet[n]["hostres"][key]
+                return ("%s, %s hosts | host-resources module" % (what, n), "%.2f" % ours,
+                        "%.2f" % ref, "%.2f" % (ours / ref), "<= 1.00", ours <= ref)
+            row(what + " " + str(n), vs_hostres)
+
+        def flat(key=key, what=what):
+            ours, ref = fleet[large]["temhostd"][key], fleet[small]["temhostd"][key]
+            return ("%s, %s | %s hosts" % (what, large, small), "%.2f" % ours, "%.2f" % ref,
+                    "%.2f" % (ours / ref), "<= 1.20", ours <= 1.2 * ref)
+        row(what + " flat", flat)
     return out
 
 
@@ -589,6 +685,13 @@ def print_table(res):
         notes.append("loaded telnet run: /proc/net/tcp held %d lines; 90th percentiles %.2f | "
                      "%.2f ms" % (loaded["tcp_lines"], loaded["telnet_p90"],
                                   loaded["ostype_p90"]))
+    for n, f in sorted(res.get("fleet", {}).items(), key=lambda kv: int(kv[0])):
+        notes.append("fleet of %s hosts (scripts/fleet.py), each scraped every %d s through an "
+                     "exporter of its module's own, over %d s: %d temhostd scrapes of %.0f "
+                     "samples, %d host-resources ones (hrStorageTable, hrProcessorTable) of %.0f"
+                     % (n, FLEET_INTERVAL, f["window"], f["temhostd"]["scrapes"],
+                        f["temhostd"]["samples"], f["hostres"]["scrapes"],
+                        f["hostres"]["samples"]))
     if any(r[5] == "FAILED" for r in body):
         notes.append("FAILED rows: their step failed; the sessions' output is in " + res["_log"])
     print()
@@ -641,6 +744,12 @@ def main(argv):
                     log("session %s did not finish; see %s" % (phase, res["_log"]))
     with open(res["_path"]) as f:
         res = json.load(f)
+    log("fleet")
+    with open(res["_log"], "a") as session_log:
+        try:
+            step_fleet(build, res, quick)
+        except Exception:  # the other figures still print
+            session_log.write(traceback.format_exc())
     print_table(res)
     return 0
 

@@ -245,7 +245,7 @@ class Fleet:
                  modules=os.path.join(CONTRIB, "snmp.yml"), jobs=()):
         self.build, self.n, self.interval, self.alert_for = build, n, interval, alert_for
         self.modules, self.jobs = modules, list(jobs)
-        self.hosts, self.procs, self.ticker = [], [], None
+        self.hosts, self.procs, self.ticker, self.exporter = [], [], None, None
         self.stopping = threading.Event()
 
     def __enter__(self):
@@ -303,8 +303,9 @@ class Fleet:
             json.dump(config, f)  # JSON is YAML
         os.makedirs(WORK + "/tsdb")  # its own tmpfs: the hosts' overlays never see it grow
         sh("mount", "-t", "tmpfs", "tsdb", WORK + "/tsdb")
-        self.procs.append(Process(["prometheus-snmp-exporter", "--config.file=" + self.modules,
-                                   "--web.listen-address=" + EXPORTER], WORK + "/exporter.log"))
+        self.exporter = Process(["prometheus-snmp-exporter", "--config.file=" + self.modules,
+                                 "--web.listen-address=" + EXPORTER], WORK + "/exporter.log")
+        self.procs.append(self.exporter)
         consoles = os.path.join(CONTRIB, "consoles")
         self.procs.append(Process(
             ["prometheus", "--config.file=" + WORK + "/prometheus.yml",
