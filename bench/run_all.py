@@ -6,9 +6,9 @@ Started by bench/run-all inside a private host (scripts/in-private-host.sh):
     run_all.py [--quick] BUILD_DIR
 
 prepares the host (a package database of 100 recognised packages, a pass
-script for a sibling MIB), then runs two sessions of the agent bed (scripts/agent_bed.py),
-each calling this file again with --phase, and last a fleet of 5, then 20
-hosts (scripts/fleet.py):
+script for a sibling MIB), runs a fleet of 5, then 20 hosts (scripts/fleet.py),
+then two sessions of the agent bed (scripts/agent_bed.py), each calling this
+file again with --phase:
 
     run_all.py --phase reconnect|main [--quick] BUILD_DIR RESULTS_JSON PROGRESS_FD
 
@@ -727,6 +727,14 @@ def main(argv):
     conf = write_sibling_mib()
     progress_fd = os.dup(sys.stderr.fileno())
     with open(res["_log"], "w") as session_log:
+        # The fleet first: its hosts copy this host's mounts, which the file
+        # system step leaves at 8,000.
+        log("fleet")
+        try:
+            step_fleet(build, res, quick)
+        except Exception:  # the other figures still come
+            session_log.write(traceback.format_exc())
+        save(res)
         for phase in ("reconnect", "main"):
             log("session: " + phase)
             cmd = [sys.executable, os.path.join(SCRIPTS, "agent_bed.py"), "--master-conf", conf, build,
@@ -744,12 +752,6 @@ def main(argv):
                     log("session %s did not finish; see %s" % (phase, res["_log"]))
     with open(res["_path"]) as f:
         res = json.load(f)
-    log("fleet")
-    with open(res["_log"], "a") as session_log:
-        try:
-            step_fleet(build, res, quick)
-        except Exception:  # the other figures still print
-            session_log.write(traceback.format_exc())
     print_table(res)
     return 0
 
