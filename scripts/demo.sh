@@ -14,15 +14,15 @@ case "${1:-}" in
 "")
     scripts/install-deps.sh
     scripts/build.sh
-    exec scripts/in-private-host.sh "$0" --inside ;;
+    exec scripts/in-private-host.sh "$(pwd)/scripts/demo.sh" --inside ;;
 --inside)
     # As the package leaves the host: its watch list, and temhostd in the
     # package database (snmpd's entry is this host's own).
     cp packaging/temhostd.conf /etc/snmp/temhostd.conf
-    dpkg-query -W temhostd >/dev/null 2>&1 ||
-        printf 'Package: temhostd\nStatus: install ok installed\nArchitecture: amd64\nVersion: 2.3-1\nDescription: host agent (this build)\n\n' \
-            >>/var/lib/dpkg/status
-    exec scripts/with-agents.sh "$(pwd)/build" "$0" --show ;;
+    dpkg-query -W temhostd >/dev/null 2>&1 || printf '%s\n' "Package: temhostd" \
+        "Status: install ok installed" "Architecture: amd64" "Version: 2.3-1" \
+        "Description: host agent (this build)" "" >>/var/lib/dpkg/status
+    exec scripts/with-agents.sh "$(pwd)/build" "$(pwd)/scripts/demo.sh" --show ;;
 esac
 
 # --show, once both agents answer.
@@ -30,8 +30,8 @@ snmpwalk -v2c -c meadow $mibs 127.0.0.1 1.3.6.1.4.1.32473.11
 echo
 echo "== Waiting for the first processor averages (the daemon samples every 10 s; about 20 s) ..."
 i=0
-until snmpgetnext -v2c -c meadow -Oqv 127.0.0.1 1.3.6.1.4.1.32473.11.2.3.1.1.2 2>/dev/null |
-    grep -qx '[0-9]*'; do
+cpu1min=1.3.6.1.4.1.32473.11.2.3.1.1.2
+until snmpgetnext -v2c -c meadow -Oqv 127.0.0.1 $cpu1min 2>/dev/null | grep -qx '[0-9]*'; do
     i=$((i + 1))
     [ $i -le 60 ] || { echo "no average after 60 s" >&2; exit 1; }
     sleep 1

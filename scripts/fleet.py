@@ -107,7 +107,8 @@ def run_host(build):
             bed.mounts.append(dst)
         keep = os.open(spec["dir"], os.O_PATH)
         bed.fresh_host()
-        sh("mount", "--bind", "/proc/%d/fd/%d/log" % (os.getpid(), keep), "/var/log")  # outlives the host
+        # The host's logs outlive it, for the fleet's diagnostics.
+        sh("mount", "--bind", "/proc/%d/fd/%d/log" % (os.getpid(), keep), "/var/log")
         bed.mounts.append("/var/log")
         bed.mount_tmpfs("/var/lib/dpkg")
         write_packages(spec)
