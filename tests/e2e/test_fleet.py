@@ -56,17 +56,29 @@ class Proxy(http.server.ThreadingHTTPServer):
         super().__init__(("127.0.0.1", 0), Handler)
 
 
+def keep(png):
+    """A screenshot as an artefact of the build."""
+    with open(png, "rb") as src:
+        fd = os.open(os.path.basename(png), os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o644,
+                     dir_fd=ARTEFACTS)
+        with open(fd, "wb") as dst:
+            dst.write(src.read())
+
+
 def render(page, png):
-    """Chromium's DOM of a console page, once it has run its scripts."""
+    """Chromium's DOM of a console page, once it has run its scripts; its
+    screenshot goes to BUILD_DIR/png."""
     proxy = Proxy()
     threading.Thread(target=proxy.serve_forever, daemon=True).start()
     try:
-        with tempfile.TemporaryDirectory() as profile:
-            p = subprocess.run(CHROMIUM + ["--user-data-dir=" + profile,
+        with tempfile.TemporaryDirectory() as tmp:
+            p = subprocess.run(CHROMIUM + ["--user-data-dir=" + tmp + "/profile",
                                            "--proxy-server=127.0.0.1:%d" % proxy.server_port,
-                                           "--screenshot=" + png, "--dump-dom",
+                                           "--screenshot=%s/%s" % (tmp, png), "--dump-dom",
                                            "http://%s/consoles/%s" % (PROMETHEUS, page)],
                                capture_output=True, text=True, timeout=90)
+            if os.path.exists(os.path.join(tmp, png)):
+                keep(os.path.join(tmp, png))
     finally:
         proxy.shutdown()
     assert p.returncode == 0, p.stderr
@@ -74,15 +86,6 @@ def render(page, png):
     assert proxy.seen and not failed, "failed requests: %s" % failed
     assert not re.findall(r".*:CONSOLE.*", p.stderr), "script errors on " + page
     return p.stdout
-
-
-def keep(png):
-    """The screenshot as an artefact of the build."""
-    with open(png, "rb") as src:
-        fd = os.open(os.path.basename(png), os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o644,
-                     dir_fd=ARTEFACTS)
-        with open(fd, "wb") as dst:
-            dst.write(src.read())
 
 
 def test_alerts_name_the_host_at_fault_and_the_pages_render():
@@ -107,23 +110,19 @@ def test_alerts_name_the_host_at_fault_and_the_pages_render():
             wait_for(lambda: fleet.query("count by (instance) (temhostd_cpu_busy_1m_percent)")
                      == sorted(cpus), timeout=30, interval=1, what="the first averages")
 
-            with tempfile.TemporaryDirectory() as shots:
-                overview = render("temhostd-fleet.html", shots + "/fleet-overview.png")
-                rows = re.findall(r'<tr class="host">.*?</tr>', overview, re.S)
-                assert [re.search(r">(host\d)</a>", r).group(1) for r in rows] == \
-                    ["host1", "host2", "host3"]
-                assert ['danger">%s<' % APP in r for r in rows] == [True, False, False]
-                host = render('temhostd-host.html?job=temhostd&instance=host2#pctc%7B%22duration'
-                              '%22%3A300%2C%22endTime%22%3A0%7D', shots + "/fleet-host.png")
-                assert len(re.findall(r'<tr class="cpu">', host)) == cpus[1]
-                fs = re.findall(r'<tr class="fs"><td>\d+</td><td>([^<]*)</td>', host)
-                assert "tmpfs On " + SPOOL in fs and "tmpfs On /var/agentx" in fs, fs
-                sw = re.findall(r'<tr class="sw"><td>\d+</td><td>([^<]*)</td>.*?'
-                                r'badge-\w+">([^<]*)</span>', host, re.S)
-                assert sw == [(APP, "running"), ("snmpd", "running"),
-                              ("temhostd", "running")], sw
-                for png in os.listdir(shots):
-                    keep(os.path.join(shots, png))
+            overview = render("temhostd-fleet.html", "fleet-overview.png")
+            rows = re.findall(r'<tr class="host">.*?</tr>', overview, re.S)
+            assert [re.search(r">(host\d)</a>", r).group(1) for r in rows] == \
+                ["host1", "host2", "host3"]
+            assert ['danger">%s<' % APP in r for r in rows] == [True, False, False]
+            host = render('temhostd-host.html?job=temhostd&instance=host2#pctc%7B%22duration'
+                          '%22%3A300%2C%22endTime%22%3A0%7D', "fleet-host.png")
+            assert len(re.findall(r'<tr class="cpu">', host)) == cpus[1]
+            fs = re.findall(r'<tr class="fs"><td>\d+</td><td>([^<]*)</td>', host)
+            assert "tmpfs On " + SPOOL in fs and "tmpfs On /var/agentx" in fs, fs
+            sw = re.findall(r'<tr class="sw"><td>\d+</td><td>([^<]*)</td>.*?'
+                            r'badge-\w+">([^<]*)</span>', host, re.S)
+            assert sw == [(APP, "running"), ("snmpd", "running"), ("temhostd", "running")], sw
 
             fleet.host("host1").command("start-app")
             fleet.host("host2").command("clear")
