@@ -36,6 +36,8 @@ import time
 import urllib.parse
 import urllib.request
 
+import yaml
+
 from agent_bed import ROOT, SOURCE, Bed, Process, set_, wait_for
 
 CONTRIB = os.path.join(SOURCE, "contrib", "prometheus")
@@ -154,12 +156,12 @@ class Host:
         self.spec, self.name = spec, spec["name"]
         os.makedirs(os.path.join(spec["dir"], "log"))
         self.write_processors()
-        self.proc = subprocess.Popen(
-            ["unshare", "--net", "--mount", "--uts", "--pid", "--fork", "--kill-child",
-             "--mount-proc", "--propagation", "private", "--", "/usr/bin/python3",
-             os.path.abspath(__file__), "--host", build],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
-            stderr=open(os.path.join(spec["dir"], "log", "host.out"), "w"))
+        with open(os.path.join(spec["dir"], "log", "host.out"), "w") as err:
+            self.proc = subprocess.Popen(
+                ["unshare", "--net", "--mount", "--uts", "--pid", "--fork", "--kill-child",
+                 "--mount-proc", "--propagation", "private", "--", "/usr/bin/python3",
+                 os.path.abspath(__file__), "--host", build],
+                stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=err, text=True)
 
     def write_processors(self):
         """/sys/devices/system/cpu and /proc/stat as this host's processors show them."""
@@ -227,7 +229,6 @@ class Host:
 def derived_alerts(path, duration):
     """The shipped alerting rules with every `for:` set to duration, and
     nothing else changed."""
-    import yaml
     with open(os.path.join(CONTRIB, "temhostd-alerts.yml")) as f:
         rules = yaml.safe_load(f)
     for group in rules["groups"]:
