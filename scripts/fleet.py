@@ -50,7 +50,7 @@ CPU_COUNTS = [2, 4, 1, 8, 2]
 STAT_WIDTH = 14  # digits of every tick count, so that the file never changes length
 
 
-def host_spec(i):
+def host_plan(i):
     """Host i (from 1): processors and their busy shares, spool use, role."""
     role, detail = ROLES[(i - 1) % len(ROLES)]
     cpus = CPU_COUNTS[(i - 1) % len(CPU_COUNTS)]
@@ -66,14 +66,14 @@ def sh(*cmd):
 
 # --- inside a host -------------------------------------------------------
 
-def write_packages(spec):
+def write_packages(plan):
     """The host's own package database: the agent, its master, the application."""
     snmpd = subprocess.run(["dpkg-query", "-W", "-f=${Version}", "snmpd"], text=True,
                            capture_output=True).stdout or "5.9"
     with open("/var/lib/dpkg/status", "w") as f:
         for name, version, what in (("temhostd", "2.3-1", "host agent"),
                                     ("snmpd", snmpd, "SNMP agent"),
-                                    (APP, "1.%d" % spec["index"], "order processing")):
+                                    (APP, "1.%d" % plan["index"], "order processing")):
             f.write("Package: %s\nStatus: install ok installed\nArchitecture: amd64\n"
                     "Version: %s\nDescription: %s\n\n" % (name, version, what))
 
@@ -91,45 +91,45 @@ def fill(path, mb=None):
 
 
 def run_host(build):
-    """One host, as process 1 of its namespaces: set up from the spec on the
+    """One host, as process 1 of its namespaces: set up from the plan on the
     first line of stdin, then one command a line ("stop-app", "start-app",
     "fill", "clear"), each answered "ok"; stdin's end stops it all."""
     print("ready", flush=True)
-    spec = json.loads(sys.stdin.readline())
-    sh("hostname", spec["name"])
+    plan = json.loads(sys.stdin.readline())
+    sh("hostname", plan["name"])
     sh("ip", "link", "set", "lo", "up")
-    sh("ip", "addr", "add", spec["addr"] + "/24", "dev", "eth0")
+    sh("ip", "addr", "add", plan["addr"] + "/24", "dev", "eth0")
     sh("ip", "link", "set", "eth0", "up")
     sh("sysctl", "-qw", "net.ipv4.conf.all.route_localnet=1", "net.ipv4.conf.eth0.route_localnet=1")
     bed, app = Bed(build), None
     try:
         # The processors fixture before the fresh /run that hides its files.
         for src, dst in (("cpu", "/sys/devices/system/cpu"), ("stat", "/proc/stat")):
-            sh("mount", "--bind", os.path.join(spec["dir"], src), dst)
+            sh("mount", "--bind", os.path.join(plan["dir"], src), dst)
             bed.mounts.append(dst)
-        keep = os.open(spec["dir"], os.O_PATH)
+        keep = os.open(plan["dir"], os.O_PATH)
         bed.fresh_host()
         # The host's logs outlive it, for the fleet's diagnostics.
         sh("mount", "--bind", "/proc/%d/fd/%d/log" % (os.getpid(), keep), "/var/log")
         bed.mounts.append("/var/log")
         bed.mount_tmpfs("/var/lib/dpkg")
-        write_packages(spec)
+        write_packages(plan)
         bed.mount_tmpfs(SPOOL, SPOOL_MB)
-        fill(SPOOL + "/queue", spec["spool_mb"])
+        fill(SPOOL + "/queue", plan["spool_mb"])
         with open(os.path.join(SOURCE, "packaging", "temhostd.conf")) as f:
             conf = f.read()
         with open("/etc/snmp/temhostd.conf", "w") as f:
             f.write(conf + "softwareWatch application %s process %s\n" % (APP, APP))
-        bed.write_persistent("defaultPollFreq(sec) 5\nhostguid %s\n" % spec["guid"])
+        bed.write_persistent("defaultPollFreq(sec) 5\nhostguid %s\n" % plan["guid"])
         bed.start_master("agentaddress udp:%s:161\nrocommunity public %s\n"
-                         % (spec["addr"], spec["peer"]))
+                         % (plan["addr"], plan["peer"]))
         shutil.copy("/bin/sleep", "/run/" + APP)  # a process named like its package
 
         def start_app():
             return Process(["/run/" + APP, "infinity"], "/var/log/%s.out" % APP)
         app = start_app()
         bed.start_daemon()
-        set_((ROOT + ".2.2.6.0", "s", spec["role"]), (ROOT + ".2.2.7.0", "s", spec["detail"]))
+        set_((ROOT + ".2.2.6.0", "s", plan["role"]), (ROOT + ".2.2.7.0", "s", plan["detail"]))
         print("up", flush=True)
         for line in sys.stdin:
             cmd = line.strip()
@@ -152,11 +152,11 @@ def run_host(build):
 # --- the monitor side ----------------------------------------------------
 
 class Host:
-    def __init__(self, build, spec):
-        self.spec, self.name = spec, spec["name"]
-        os.makedirs(os.path.join(spec["dir"], "log"))
+    def __init__(self, build, plan):
+        self.plan, self.name = plan, plan["name"]
+        os.makedirs(os.path.join(plan["dir"], "log"))
         self.write_processors()
-        with open(os.path.join(spec["dir"], "log", "host.out"), "w") as err:
+        with open(os.path.join(plan["dir"], "log", "host.out"), "w") as err:
             self.proc = subprocess.Popen(
                 ["unshare", "--net", "--mount", "--uts", "--pid", "--fork", "--kill-child",
                  "--mount-proc", "--propagation", "private", "--", "/usr/bin/python3",
@@ -165,8 +165,8 @@ class Host:
 
     def write_processors(self):
         """/sys/devices/system/cpu and /proc/stat as this host's processors show them."""
-        cpu = os.path.join(self.spec["dir"], "cpu")
-        n = len(self.spec["busy"])
+        cpu = os.path.join(self.plan["dir"], "cpu")
+        n = len(self.plan["busy"])
         for k in range(n):
             os.makedirs(os.path.join(cpu, "cpu%d" % k))
         for name in ("present", "online", "possible"):
@@ -175,13 +175,13 @@ class Host:
         with open("/proc/stat") as f:  # btime and the rest, as they are
             self.stat_tail = "".join(l for l in f if not l.startswith("cpu"))
         self.ticks = [[0.0, 0.0] for _ in range(n)]  # busy, idle
-        self.stat = open(os.path.join(self.spec["dir"], "stat"), "w+")
+        self.stat = open(os.path.join(self.plan["dir"], "stat"), "w+")
         self.tick(0)
 
     def tick(self, seconds, now=0.0):
         """Advances each processor by seconds at its busy share, which drifts
         slowly so that the graphs have something to show."""
-        for k, share in enumerate(self.spec["busy"]):
+        for k, share in enumerate(self.plan["busy"]):
             share = min(1.0, max(0.0, share + 0.05 * math.sin(now / 40 + k)))
             self.ticks[k][0] += 100 * seconds * share
             self.ticks[k][1] += 100 * seconds * (1 - share)
@@ -194,13 +194,13 @@ class Host:
     def setup(self):
         """Once the host's namespaces exist: its link, then its agents."""
         assert self.proc.stdout.readline() == "ready\n", self.log()
-        link = "fl%d" % self.spec["index"]
+        link = "fl%d" % self.plan["index"]
         sh("ip", "link", "add", link, "type", "veth", "peer", "name", "eth0", "netns",
            str(self.proc.pid))
-        sh("ip", "addr", "add", self.spec["peer"] + "/24", "dev", link)
+        sh("ip", "addr", "add", self.plan["peer"] + "/24", "dev", link)
         sh("ip", "link", "set", link, "up")
         sh("sysctl", "-qw", "net.ipv4.conf.%s.route_localnet=1" % link)
-        self.proc.stdin.write(json.dumps(self.spec) + "\n")
+        self.proc.stdin.write(json.dumps(self.plan) + "\n")
         self.proc.stdin.flush()
 
     def wait_up(self):
@@ -212,7 +212,7 @@ class Host:
         assert self.proc.stdout.readline() == "ok\n", self.log()
 
     def log(self):
-        logs = os.path.join(self.spec["dir"], "log")
+        logs = os.path.join(self.plan["dir"], "log")
         return "".join("--- %s:\n%s" % (name, open(os.path.join(logs, name), errors="replace")
                                          .read()[-3000:]) for name in sorted(os.listdir(logs)))
 
@@ -264,9 +264,9 @@ class Fleet:
     def start(self):
         os.makedirs(WORK, exist_ok=True)
         sh("mount", "-t", "tmpfs", "-o", "mode=0755", "fleet", WORK)
-        self.hosts = [Host(self.build, host_spec(i)) for i in range(1, self.n + 1)]
+        self.hosts = [Host(self.build, host_plan(i)) for i in range(1, self.n + 1)]
         with open("/etc/hosts", "a") as f:  # the private host's copy
-            f.write("".join("%s %s\n" % (h.spec["addr"], h.name) for h in self.hosts))
+            f.write("".join("%s %s\n" % (h.plan["addr"], h.name) for h in self.hosts))
         for h in self.hosts:
             h.setup()
         self.ticker = threading.Thread(target=self.tick, daemon=True)

@@ -106,7 +106,7 @@ def test_alerts_name_the_host_at_fault_and_the_pages_render():
             fleet.host("host2").command("fill")
             want = {"soft": [("host1", APP)], "full": [("host2", "tmpfs On " + SPOOL)]}
             wait_for(lambda: alerts() == want, timeout=45, interval=1, what="the two alerts")
-            cpus = [len(h.spec["busy"]) for h in fleet.hosts]  # each host's processors fixture
+            cpus = [len(h.plan["busy"]) for h in fleet.hosts]  # each host's processors fixture
             wait_for(lambda: fleet.query("count by (instance) (temhostd_cpu_busy_1m_percent)")
                      == sorted(cpus), timeout=30, interval=1, what="the first averages")
 
