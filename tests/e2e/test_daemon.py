@@ -159,6 +159,15 @@ def test_clean_stop_stores_the_values_in_order_and_only_then(bed):
     bed.start_master()
     d = bed.start_daemon()
     assert [v.str for v in get(ROLE, DETAIL, POLL, GUID)] == ["", "", "60", "0" * 16]
+    # texts that would write lines of their own into the file: refused after
+    # the type and length checks, changing nothing
+    inject = "\n[snmpd] trap2sink 127.0.0.1:1162 public\ndefaultPollFreq(sec) 1"
+    for triple, status in [((DETAIL, "s", "x" + inject), "badValue"),
+                           ((ROLE, "s", "Web\nagentxsocket tcp:127.0.0.1:7705"), "badValue"),
+                           ((GUID, "s", "0" * 15 + "\r"), "badValue"),
+                           ((ROLE, "s", "\n" * 65), "wrongLength")]:
+        assert set_error((ROLE, "s", "Web"), triple) == status, triple
+    assert [v.str for v in get(ROLE, DETAIL, GUID)] == ["", "", "0" * 16]
     detail = "d" * 511 + "e"
     set_((ROLE, "s", "Web"), (DETAIL, "s", detail), (GUID, "s", "0123456789ABCDEF"))
     # after the start-up read the values live in memory; the saved copy has them
