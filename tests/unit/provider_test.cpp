@@ -366,25 +366,38 @@ TEST_F(SwVer, ActionFindsItsRowByIndexAfterARebuild) {
     }
 }
 
-// Rows of the filters and of the watch list ask the process and the module
-// lists: each runs once per refresh whatever the rows, and again next time.
+// Rows of the filters and of the watch list ask the process lists (the
+// filters' "ps -aef" lines, the watch list's names) and the module list:
+// each runs once per refresh whatever the rows, and again next time.
 std::map<std::string, int> g_runs;
-TEST_F(SwVer, EachListRunsOncePerRefreshForEveryRowThatAsks) {
-    for (std::string line : {"agent temhostd process temhostd", "driver mydrv module mydrv"})
+// The name listing: the command name in 64 columns, then the executable.
+std::string named(const std::string &comm, const std::string &exe) {
+    return comm + std::string(64 - comm.size(), ' ') + " " + exe;
+}
+bool fake_lists(const char *command, std::vector<std::string> *lines) {
+    ++g_runs[command];
+    if (strstr(command, "comm"))
+        *lines = {named("sleep", "/usr/bin/sleep"), named("grepperd", "/usr/sbin/grepperd"),
+                  named("kworker/0:1-events", "-"), named("pydaemon", "/usr/bin/python3.11"),
+                  named("averyveryverylo", "/opt/x/averyveryverylongd (deleted)")};
+    else
+        *lines = {"root 8 1 0 10:00 ? 00:00:01 /usr/bin/temhostd",
+                  "root 9 1 0 10:00 ? 00:00:00 nginxd 1e9",
+                  "  1 c0a00000  f5000    -   1  mydrv (mydrv)"};
+    return true;
+}
+TEST_F(SwVer, EachListRunsOncePerRefreshAndWatchedNamesMatchWhole) {
+    for (std::string line :
+         {"agent temhostd process grepperd", "driver mydrv module mydrv", "5 nginx process nginxd"})
         parse_softwareWatch(SWVER_WATCH_TOKEN, line.data());
     ScratchDir dir;
     dir.command("pkginfo", pkg("KYQvane") + pkg("KYQtem") + pkg("VORlynx3", "VOR nic") +
-                               pkg("temhostd") + pkg("mydrv-dkms"));
-    set_swver_command_runner([](const char *command, std::vector<std::string> *lines) {
-        ++g_runs[command];
-        *lines = {"root 8 1 0 10:00 ? 00:00:01 /usr/bin/temhostd",
-                  "  1 c0a00000  f5000    -   1  mydrv (mydrv)"};
-        return true;
-    });
+                               pkg("temhostd") + pkg("mydrv-dkms") + pkg("nginx"));
+    set_swver_command_runner(fake_lists);
     for (int refresh = 0; refresh < 2; ++refresh) {
         g_runs.clear();
         ASSERT_EQ(1, refresh_SwverLoad_CB());
-        EXPECT_EQ(2u, g_runs.size());
+        EXPECT_EQ(3u, g_runs.size());
         for (const auto &[command, runs] : g_runs)
             EXPECT_EQ(1, runs) << command;
     }
@@ -393,7 +406,13 @@ TEST_F(SwVer, EachListRunsOncePerRefreshForEveryRowThatAsks) {
         states.push_back(std::string(n->vorSwverEntry->name) + " " +
                          std::to_string(n->vorSwverEntry->status));
     EXPECT_EQ(states, (std::vector<std::string>{"KYQvane 1", "KYQtem 2", "VORlynx3 3", "temhostd 2",
-                                                "mydrv-dkms 2"}));
+                                                "mydrv-dkms 2", "nginx 3"}));
+    // A watched NAME is a command name or an executable's file name, whole:
+    // not an argument (exec -a), not a part of a name or a path.
+    for (const char *name : {"sleep", "grepperd", "python3.11", "pydaemon", "averyveryverylongd"})
+        EXPECT_EQ(2, sw_check(CHECK_PROCESS_NAME, name)) << name;
+    for (const char *name : {"nginxd", "grep", "sleepe", "sbin/grepperd", "events", "-", ""})
+        EXPECT_EQ(3, sw_check(CHECK_PROCESS_NAME, name)) << name;
 }
 
 // Answers by "m.k" (MIB number, object number); the rest go unanswered,
