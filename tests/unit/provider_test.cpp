@@ -384,7 +384,8 @@ TEST_F(SwVer, SetPhasesHoldTheirPackageAndUndoWhatActionChanged) {
     EXPECT_EQ("KYQvane 4 x|KYQsorrel 4 x|KYQtem 3 x|", rows());
     parse(pkg("KYQvane") + pkg("KYQtem"));
     EXPECT_EQ("KYQvane 4 x|KYQtem 3 x|", rows()) << "no edit left to apply";
-    // The same SET without the rebuild: both applied, kept by a rebuild.
+    // The same SET without the rebuild: both applied and kept by a rebuild,
+    // KYQtem's description although it is the package's only edit.
     for (Varbind &v : sets)
         v.request.status = 0, v.request.processed = 0;
     ASSERT_EQ(SNMP_ERR_NOERROR, phase(MODE_SET_RESERVE1));
