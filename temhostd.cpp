@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "daemon/master_link.h"
+#include "daemon/run_marker.h"
 #include "daemon/service_manager.h"
 #include "interface/KYOrblHost_Trigger.h"
 #include "interface/KyOrblHostCpu_interface.h"
@@ -49,10 +50,6 @@
 #define PERSIST_DIR "/var/sma_snmp"
 #define PERSIST_FILE PERSIST_DIR "/temhostd.conf"
 #define PERSIST_SAVED_COPY PERSIST_DIR "/temhostd.conf.saf"
-// Present from start-up until the clean stop has stored the persistent
-// file: on persistent storage, unlike the pid file, so that it outlives a
-// reboot after a crash (the run directory is a tmpfs).
-#define RUN_MARKER PERSIST_DIR "/temhostd.running"
 #define FILE_LOG_PATH "/var/log/snmpd.log"
 
 static volatile sig_atomic_t keep_running = 1; // cleared by the SIGTERM/SIGINT handler
@@ -148,44 +145,10 @@ static bool file_exists(const char *path) {
     return access(path, F_OK) == 0;
 }
 
-// Makes what was done in the persistent directory so far (links, the
-// marker, a file's contents) survive a power loss from here on.
-static void sync_persistent_dir(const char *file_to_sync) {
-    if (file_to_sync) {
-        int fd = open(file_to_sync, O_RDONLY | O_CLOEXEC);
-        if (fd >= 0) {
-            fsync(fd);
-            close(fd);
-        }
-    }
-    int dir = open(PERSIST_DIR, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dir >= 0) {
-        fsync(dir);
-        close(dir);
-    }
-}
-
-// The run is marked unclean on persistent storage before the library
-// empties the persistent file (init_snmp): a crash from then on, however
-// the run directory fares, restores the saved copy at the next start.
-static void mark_run_started(void) {
-    mkdir(PERSIST_DIR, 0700); // the library would make it only at its first store
-    int fd = open(RUN_MARKER, O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    if (fd < 0) {
-        snmp_log(LOG_ERR,
-                 "cannot create %s (%s): the values set during this run are lost if it ends "
-                 "in a crash followed by a reboot\n",
-                 RUN_MARKER, strerror(errno));
-        return;
-    }
-    close(fd);
-    sync_persistent_dir(nullptr);
-}
-
 static void AssertSingleInstance(const char *pidFile) {
     // The pid file is left behind by a run that did not stop cleanly, but
     // a reboot empties the run directory; the marker outlives that.
-    const bool unclean_previous_stop = file_exists(pidFile) || file_exists(RUN_MARKER);
+    const bool unclean_previous_stop = file_exists(pidFile) || run_marker_present(PERSIST_DIR);
 
     // The descriptor stays open until the run files go: it holds the lock.
     int fd = open(pidFile, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
@@ -231,7 +194,7 @@ static void AssertSingleInstance(const char *pidFile) {
             // No persistent file yet (first start ever): nothing to save.
         }
     }
-    mark_run_started();
+    mark_run_started(PERSIST_DIR);
 }
 
 static void closeAgt(void) {
@@ -249,8 +212,7 @@ static void closeAgt(void) {
 // go before the saved copy, so a kill or a power loss between any two steps
 // leaves either a rollback or a clean start that links the new file anew.
 static void forget_run_files(void) {
-    sync_persistent_dir(PERSIST_FILE);
-    unlink(RUN_MARKER);
+    mark_run_ended(PERSIST_DIR, PERSIST_FILE);
     UnlinkPidfile(PID_FILE);
     if (file_exists(PERSIST_SAVED_COPY)) {
         unlink(PERSIST_SAVED_COPY);
