@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "daemon/master_link.h"
+#include "daemon/run_marker.h"
 #include "daemon/service_manager.h"
 #include "interface/KYOrblHost_Trigger.h"
 #include "interface/KyOrblHostCpu_interface.h"
@@ -145,7 +146,9 @@ static bool file_exists(const char *path) {
 }
 
 static void AssertSingleInstance(const char *pidFile) {
-    const bool unclean_previous_stop = file_exists(pidFile);
+    // The pid file is left behind by a run that did not stop cleanly, but
+    // a reboot empties the run directory; the marker outlives that.
+    const bool unclean_previous_stop = file_exists(pidFile) || run_marker_present(PERSIST_DIR);
 
     // The descriptor stays open until the run files go: it holds the lock.
     int fd = open(pidFile, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
@@ -191,6 +194,7 @@ static void AssertSingleInstance(const char *pidFile) {
             // No persistent file yet (first start ever): nothing to save.
         }
     }
+    mark_run_started(PERSIST_DIR);
 }
 
 static void closeAgt(void) {
@@ -201,12 +205,14 @@ static void closeAgt(void) {
 }
 
 // Called only once the final store has written the persistent file. Until
-// then the pid file marks the run unclean and the saved copy still holds the
-// values read at start: a stop killed halfway through the store is rolled
-// back at the next start instead of losing every stored value. The pid file
-// goes first, so a kill between the two leaves a clean start that links the
-// new file anew.
+// then the marker and the pid file mark the run unclean and the saved copy
+// still holds the values read at start: a stop killed halfway through the
+// store is rolled back at the next start instead of losing every stored
+// value. The stored file reaches the disk before the marks go, and the marks
+// go before the saved copy, so a kill or a power loss between any two steps
+// leaves either a rollback or a clean start that links the new file anew.
 static void forget_run_files(void) {
+    mark_run_ended(PERSIST_DIR, PERSIST_FILE);
     UnlinkPidfile(PID_FILE);
     if (file_exists(PERSIST_SAVED_COPY)) {
         unlink(PERSIST_SAVED_COPY);

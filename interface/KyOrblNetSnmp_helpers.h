@@ -10,8 +10,8 @@
 // Results of one local query.
 enum {
     LOCAL_QUERY_NOT_READY = -2,   // the configuration is not read yet: nothing sent
-    LOCAL_QUERY_TIMED_OUT = -1,   // no answer within the time-out
-    LOCAL_QUERY_NOT_ANSWERED = 0, // error status, empty answer, no session
+    LOCAL_QUERY_TIMED_OUT = -1,   // no answer within the time-out, or no session
+    LOCAL_QUERY_NOT_ANSWERED = 0, // error status, empty answer
     LOCAL_QUERY_ANSWERED = 1,     // the value was stored through value
 };
 
@@ -35,7 +35,10 @@ int local_query_uses_v3(void);
 
 // One GET (SNMPv1 with the community, or SNMPv3 as above) of the OID of
 // oid_len sub-identifiers to the master agent on this host (the library's
-// default port), in a session of its own.
+// default port). The queries share one session, opened by the first (an
+// SNMPv3 open discovers the master's engine ID) and closed when a query
+// gets no answer or an error of the library, so that the next opens anew.
 // Stores the first variable's value, read as a signed integer, through
-// value and returns LOCAL_QUERY_ANSWERED; otherwise one of the other results.
+// value and returns LOCAL_QUERY_ANSWERED; otherwise one of the other results,
+// LOCAL_QUERY_TIMED_OUT also when no session could be opened.
 int snmp_check_oid_exists(const oid *oidstr, size_t oid_len, long *value);

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <string_view>
 
 #include "interface/vorHoSwVer_interface.h"
 #include "platform/commands.h"
@@ -74,9 +75,46 @@ struct CommandOutput {
 bool s_memo_on = false;
 std::map<std::string, CommandOutput> s_outputs;
 
+// The name listing: each line the command name padded to this width, a
+// blank, then the executable's path ("-" for none; " (deleted)" after it
+// when the file has been replaced since the process started).
+#define NAME_WIDTH 64
+#define NAME_WIDTH_TEXT "64"
+
+std::string_view trimmed(std::string_view text) {
+    while (!text.empty() && text.back() == ' ') {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+bool names_process(std::string_view line, std::string_view name) {
+    if (trimmed(line.substr(0, NAME_WIDTH)) == name) {
+        return true;
+    }
+    if (line.size() <= NAME_WIDTH + 1) {
+        return false;
+    }
+    std::string_view path = trimmed(line.substr(NAME_WIDTH + 1));
+    const std::string_view deleted = " (deleted)";
+    if (path.size() > deleted.size() && path.substr(path.size() - deleted.size()) == deleted) {
+        path.remove_suffix(deleted.size());
+    }
+    const size_t slash = path.rfind('/');
+    return slash != std::string_view::npos && path.substr(slash + 1) == name;
+}
+
 int look_in(const CommandOutput &out, int check, const char *exe) {
     if (!out.ran) {
         return SWVER_STATUS_UNKNOWN;
+    }
+    if (check == CHECK_PROCESS_NAME) {
+        for (const std::string &line : out.lines) {
+            if (*exe && names_process(line, exe)) {
+                return SWVER_STATUS_RUNNING;
+            }
+        }
+        return SWVER_STATUS_STOPPED;
     }
     for (const std::string &line : out.lines) {
         if (strstr(line.c_str(), exe) &&
@@ -88,8 +126,14 @@ int look_in(const CommandOutput &out, int check, const char *exe) {
 }
 
 std::string list_command(int check) {
-    return check == CHECK_MODULE ? std::string(platform::modinfo_path()) + " -w"
-                                 : std::string(platform::ps_path()) + " -aef";
+    switch (check) {
+    case CHECK_MODULE:
+        return std::string(platform::modinfo_path()) + " -w";
+    case CHECK_PROCESS_NAME:
+        return std::string(platform::ps_path()) + " -e -o comm:" NAME_WIDTH_TEXT "=,exe=";
+    default:
+        return std::string(platform::ps_path()) + " -aef";
+    }
 }
 
 } // namespace

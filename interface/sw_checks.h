@@ -10,7 +10,9 @@
 #include <string>
 #include <vector>
 
-enum { CHECK_NONE, CHECK_PROCESS, CHECK_MODULE };
+// CHECK_PROCESS and CHECK_MODULE keep the filter rows' grep of a listing
+// line; CHECK_PROCESS_NAME, the watch list's, matches a process's own name.
+enum { CHECK_NONE, CHECK_PROCESS, CHECK_MODULE, CHECK_PROCESS_NAME };
 
 // Runs one check command (the process or module list) and gives its output
 // lines; false when it could not be started. Tests put in a runner of their
@@ -20,7 +22,10 @@ void set_swver_command_runner(swver_command_fn run);
 
 // 2 (running) when exe is in the process (or module) list as "| grep exe"
 // (and, for processes, "| grep -v grep") would keep a line, 3 when not, 1
-// when the list cannot be had.
+// when the list cannot be had. CHECK_PROCESS_NAME: 2 when a process's
+// command name or the file name of its executable is exe exactly; the
+// arguments, the user and the rest of the path count for nothing, so that
+// "exec -a NAME" fakes no process and a NAME holding "grep" is found.
 int sw_check(int check, const char *exe);
 
 // While one is alive (a refresh), each distinct check command runs once

@@ -104,7 +104,7 @@ void parse_softwareWatch(const char *token, char *line) {
     }
     int how = CHECK_NONE;
     if (strcmp(check, "process") == 0) {
-        how = CHECK_PROCESS;
+        how = CHECK_PROCESS_NAME;
     } else if (strcmp(check, "module") == 0) {
         how = CHECK_MODULE;
     } else if (check[0]) {

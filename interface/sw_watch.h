@@ -5,7 +5,8 @@
 // KIND is 1 to 5 or driver, agent, utility, application. Every listed
 // package whose name begins with the prefix (case-sensitive) and that the
 // inventory's filters left out gets a row after theirs; its state is
-// whether NAME is in the process list or the kernel module list, unknown
+// whether a process is named NAME (its command name or the file name of its
+// executable, exactly) or NAME is in the kernel module list, unknown
 // without a check. The first line whose prefix matches decides. A bad line
 // is reported with its file and line number and skipped.
 #pragma once

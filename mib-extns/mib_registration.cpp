@@ -2,6 +2,7 @@
 #include "mib-extns/mib_registration.h"
 
 #include <cstdint>
+#include <cstring>
 
 static void register_scalar(const char *name, Netsnmp_Node_Handler *handler, const oid *reg_oid,
                             size_t oid_len, int modes) {
@@ -185,6 +186,35 @@ int check_text_value(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *
         return refuse_request(reqinfo, request, SNMP_ERR_WRONGLENGTH);
     }
     return SNMP_ERR_NOERROR;
+}
+
+int check_stored_text(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request,
+                      size_t min_len, size_t max_len, const char *token) {
+    const netsnmp_variable_list *var = request->requestvb;
+    if (var->type != ASN_OCTET_STR) {
+        if (token) {
+            VOR_DEBUG(token, "%x not octet string type", var->type);
+        }
+        return refuse_request(reqinfo, request, SNMP_ERR_WRONGTYPE);
+    }
+    if (var->val_len < min_len || var->val_len > max_len) {
+        if (token) {
+            VOR_DEBUG(token, "Invalid Length String");
+        }
+        return refuse_request(reqinfo, request, SNMP_ERR_WRONGLENGTH);
+    }
+    if (var->val_len > 0 && (memchr(var->val.string, '\n', var->val_len) ||
+                             memchr(var->val.string, '\r', var->val_len))) {
+        if (token) {
+            VOR_DEBUG(token, "line end in a stored text");
+        }
+        return refuse_request(reqinfo, request, SNMP_ERR_BADVALUE);
+    }
+    return SNMP_ERR_NOERROR;
+}
+
+size_t length_before_line_end(const char *text) {
+    return text ? strcspn(text, "\r\n") : 0;
 }
 
 int check_integer_range(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request,

@@ -159,6 +159,20 @@ void set_table_clock(time_t (*now)(void));
 int check_text_value(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request,
                      size_t max_len, const char *token);
 
+// RESERVE1 check of a text that the persistent file keeps as a line
+// "TOKEN value": OCTET STRING (else wrongType) of min_len to max_len octets
+// (else wrongLength) holding no CR or LF (else badValue). A line end would
+// end the line early and start lines of the writer's choosing, which the
+// library reads back as configuration at the next start. Logs under token
+// on refusal (no token: no debug lines).
+int check_stored_text(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request,
+                      size_t min_len, size_t max_len, const char *token);
+
+// The length of text up to its first line end (CR or LF): what a reader of
+// a stored line keeps, so that no value read can be written back as more
+// than one line.
+size_t length_before_line_end(const char *text);
+
 // Read-only date scalar shape: in MODE_GET copies the 14-octet date field
 // into buf (14 octets, the response's storage) and sends the octets before
 // the first zero octet; a null field sends nothing. Other modes: genErr.

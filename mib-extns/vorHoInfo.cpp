@@ -103,7 +103,7 @@ static int do_role(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *re
     return serve_writable_scalar(
         reqinfo, requests, [&](netsnmp_request_info *r) { set_text_value(r, buf); },
         [&](netsnmp_agent_request_info *ri, netsnmp_request_info *r) {
-            return check_text_value(ri, r, bufsize - 1, token);
+            return check_stored_text(ri, r, 0, bufsize - 1, token);
         },
         [&](const netsnmp_variable_list *v) {
             store_text(buf, bufsize, reinterpret_cast<const char *>(v->val.string), v->val_len);
@@ -130,7 +130,8 @@ int initPersistance(void) {
 }
 
 void load_Orbl_Host_tokens(const char *token, char *cptr) {
-    const size_t len = cptr ? strlen(cptr) : 0;
+    // A CR (a file edited elsewhere) ends the value as a line end would.
+    const size_t len = length_before_line_end(cptr);
     if (strcmp(token, SYS_ROLE_TOKEN) == 0) {
         set_system_role(cptr, len);
     } else if (strcmp(token, SYS_ROLE_DETAIL_TOKEN) == 0) {

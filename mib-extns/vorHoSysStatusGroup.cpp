@@ -66,14 +66,7 @@ int do_vorHoGUID(netsnmp_mib_handler *, netsnmp_handler_registration *,
                                      strnlen(reinterpret_cast<char *>(s_guid), sizeof(s_guid)));
         },
         [](netsnmp_agent_request_info *ri, netsnmp_request_info *r) {
-            const netsnmp_variable_list *var = r->requestvb;
-            if (var->type != ASN_OCTET_STR) {
-                return refuse_request(ri, r, SNMP_ERR_WRONGTYPE);
-            }
-            if (var->val_len < GUID_MIN_LEN || var->val_len > HO_GUID_SIZE) {
-                return refuse_request(ri, r, SNMP_ERR_WRONGLENGTH);
-            }
-            return static_cast<int>(SNMP_ERR_NOERROR);
+            return check_stored_text(ri, r, GUID_MIN_LEN, HO_GUID_SIZE, nullptr);
         },
         [](const netsnmp_variable_list *v) {
             set_guid_str(reinterpret_cast<const char *>(v->val.string),
@@ -103,8 +96,8 @@ void load_Orbl_Host_sysstatus_tokens(const char *token, char *cptr) {
     if (strcmp(token, HOST_GUID_TOKEN) != 0) {
         return;
     }
-    const size_t len = cptr ? strlen(cptr) : 0;
-    if ((len == GUID_MIN_LEN || len == HO_GUID_SIZE) && strcmp(cptr, DEFAULT_GUID_STR) != 0) {
+    const size_t len = length_before_line_end(cptr);
+    if ((len == GUID_MIN_LEN || len == HO_GUID_SIZE) && strncmp(cptr, DEFAULT_GUID_STR, len) != 0) {
         set_guid_str(cptr, static_cast<int>(len));
     } else if (guid_length(getGuid()) == 0) {
         // An SMBIOS GUID stays; without one the default stands in.
@@ -116,7 +109,9 @@ int store_Orbl_Host_sysstatus_tokens(int, int, void *, void *) {
     char line[41]; // room for the token, a blank and any GUID the record holds
     const char *guid = getGuid();
     const size_t len = guid_length(guid);
-    if (len > 0) {
+    // SETs hold no line end, but the SMBIOS UUID's raw octets may: such a
+    // GUID is not stored (the next start reads it from SMBIOS again).
+    if (len > 0 && !memchr(guid, '\n', len) && !memchr(guid, '\r', len)) {
         snprintf(line, sizeof(line), "%s %.*s", HOST_GUID_TOKEN, static_cast<int>(len), guid);
     } else {
         snprintf(line, sizeof(line), "%s %s", HOST_GUID_TOKEN, DEFAULT_GUID_STR);

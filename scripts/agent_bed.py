@@ -41,7 +41,7 @@ MASTER_CMD = ["/usr/sbin/snmpd", "-f", "-Lf", "/var/log/master.log", "-p", MASTE
 # One object per module: all answer once the daemon has registered everything.
 READY_OIDS = [l.split()[0] for l in _listed("ready-oids")]
 PERSIST_FILE, PID_FILE = "/var/sma_snmp/temhostd.conf", "/var/run/temhostd.pid"
-SAVED_COPY = PERSIST_FILE + ".saf"
+SAVED_COPY, RUN_MARKER = PERSIST_FILE + ".saf", "/var/sma_snmp/temhostd.running"
 # One line per trap: "TRAP|version|enterprise|generic|specific|wrapper|" and
 # the bindings "oid = TYPE: value" joined by "~" (version 0 SNMPv1, 1 v2c, 3 v3).
 TRAP_LOG = "/var/log/traps.log"

@@ -10,8 +10,8 @@ import signal
 import socket
 import time
 
-from conftest import (DAEMON, PERSIST_FILE, PID_FILE, ROOT, SAVED_COPY, catches_stop_signals,
-                      get, set_, set_error, table_rows, wait_for, walk)
+from conftest import (DAEMON, PERSIST_FILE, PID_FILE, ROOT, RUN_MARKER, SAVED_COPY,
+                      catches_stop_signals, get, set_, set_error, table_rows, wait_for, walk)
 
 NOBODY = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
 ROLE, DETAIL, POLL, GUID = (ROOT + s for s in (".2.2.6.0", ".2.2.7.0", ".2.1.4.1.0", ".2.10.3.0"))
@@ -128,7 +128,7 @@ def test_a_stop_signal_at_any_moment_of_start_up_stops_cleanly(bed):
         assert d.stop() == 255, (moment, d.output())
         assert ("Stopping %s\n" % BANNER) in d.output(), moment
         assert os.path.exists(PERSIST_FILE), "the final store ran"
-        assert not os.path.exists(PID_FILE) and not os.path.exists(SAVED_COPY), moment
+        assert not any(map(os.path.exists, (PID_FILE, SAVED_COPY, RUN_MARKER))), moment
 
 
 def test_systemd_hears_ready_once_the_objects_answer_then_watchdog_and_stopping(bed):
@@ -159,6 +159,15 @@ def test_clean_stop_stores_the_values_in_order_and_only_then(bed):
     bed.start_master()
     d = bed.start_daemon()
     assert [v.str for v in get(ROLE, DETAIL, POLL, GUID)] == ["", "", "60", "0" * 16]
+    # texts that would write lines of their own into the file: refused after
+    # the type and length checks, changing nothing
+    inject = "\n[snmpd] trap2sink 127.0.0.1:1162 public\ndefaultPollFreq(sec) 1"
+    for triple, status in [((DETAIL, "s", "x" + inject), "badValue"),
+                           ((ROLE, "s", "Web\nagentxsocket tcp:127.0.0.1:7705"), "badValue"),
+                           ((GUID, "s", "0" * 15 + "\r"), "badValue"),
+                           ((ROLE, "s", "\n" * 65), "wrongLength")]:
+        assert set_error((ROLE, "s", "Web"), triple) == status, triple
+    assert [v.str for v in get(ROLE, DETAIL, GUID)] == ["", "", "0" * 16]
     detail = "d" * 511 + "e"
     set_((ROLE, "s", "Web"), (DETAIL, "s", detail), (GUID, "s", "0123456789ABCDEF"))
     # after the start-up read the values live in memory; the saved copy has them
@@ -174,10 +183,11 @@ def test_clean_stop_stores_the_values_in_order_and_only_then(bed):
 
 
 def test_abrupt_ends_roll_back_to_the_last_clean_values(bed):
-    bed.write_persistent("defaultPollFreq(sec) 60\nsystem_role Steady\n")
+    guid = "0123456789ABCDEF"
+    bed.write_persistent("defaultPollFreq(sec) 60\nsystem_role Steady\nhostguid %s\n" % guid)
     with open(SAVED_COPY, "w") as f:  # left by some older run: a clean start drops it
         f.write("system_role Stale\n")
-    bed.start_master()
+    bed.start_master("trapsess -v3 -u ops -l noAuthNoPriv 127.0.0.1:1162\n")  # logs the engine ID
     rng = random.Random(11)
     # a quarter during start-up, a quarter while serving, half during the
     # clean stop, which takes only about a millisecond here
@@ -208,9 +218,11 @@ def test_abrupt_ends_roll_back_to_the_last_clean_values(bed):
     d = bed.start_daemon()
     assert get(ROLE).str == "Steady", "the saved copy of the start before"
     d.stop(signal.SIGKILL)
-    os.unlink(PID_FILE)  # an emptied run directory after a reboot, say
+    os.unlink(PID_FILE)  # what a reboot does to the run directory
     bed.start_daemon()
-    assert get(ROLE).str == "", "the clean-start branch keeps the header-only file"
+    assert [v.str for v in get(ROLE, POLL, GUID)] == ["Steady", "60", guid], "the marker tells"
+    engine_ids = {re.search(r"engine ID (0x\w+)", x.output()).group(1) for x in bed.daemons[-4:]}
+    assert len(engine_ids) == 1, "stored at the last clean stop, restored since: %s" % engine_ids
 
 
 def test_a_whole_life_under_valgrind(bed):

@@ -171,3 +171,21 @@ def test_local_queries_as_the_snmpv3_user_of_the_client_defaults(bed):
     assert octets(get(STATUS_ARRAY, community=None, hex=True)) == entries(
         (0, [1, 2, 8, 0]), (11, [1, 2, 1, 26]))
     assert NO_ANSWER_LINE not in d.output(), "no query before the defaults are read"
+    probes = lambda: get("1.3.6.1.6.3.15.1.1.4.0", community=None).int  # usmStatsUnknownEngineIDs
+    before = probes()
+    for _ in range(3):
+        get(WEB_PORT, community=None)
+    assert probes() == before + 4, "the tools' own probes only: the daemon keeps its session"
+    d.stop()
+    # The daemon's queries go to a port that takes them and never answers
+    # while AgentX works: one query's time-out per rebuild, not one per query.
+    with open("/etc/snmp/temhostd.conf", "w") as f:
+        f.write("[snmp]\ndefaultPort 1161\n")
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as silent:
+        silent.bind(("127.0.0.1", 1161))
+        d = bed.start_daemon(wait=False)
+        bed.wait_daemon(d, community=None)
+        started = time.monotonic()
+        assert get(WEB_PORT, community=None).int == 2381
+        assert time.monotonic() - started < 1, "one 500 ms time-out"
+    assert d.output().count(NO_ANSWER_LINE) == 1

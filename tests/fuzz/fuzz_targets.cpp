@@ -102,7 +102,9 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
             }
 #elif defined(FUZZ_fuzz_persistent_tokens)
     // The persistent file's token parsers, fed as the library feeds them (a
-    // token, then the rest of the line); every value kept stays in its field.
+    // token, then the rest of the line, here with any line ends in it);
+    // every value kept stays in its field and holds no line end, so that
+    // the next store writes it back as one line.
     static const bool ready = (do_init(), true); // the status record, no query
     static const char *const tokens[] = {POLL_FREQ_TOKEN, HOST_GUID_TOKEN, SYS_ROLE_TOKEN,
                                          SYS_ROLE_DETAIL_TOKEN};
@@ -112,6 +114,11 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
     load_Orbl_Host_OsComm_tokens(tokens[data[0] % 4], &value[0]);
     load_Orbl_Host_sysstatus_tokens(tokens[data[0] % 4], &value[0]);
     load_Orbl_Host_tokens(tokens[data[0] % 4], &value[0]);
+    const std::string guid(getGuid(), strnlen(getGuid(), HO_GUID_SIZE));
+    for (const std::string &kept :
+         {std::string(get_system_role()), std::string(get_system_role_detail()), guid})
+        if (kept.find_first_of("\r\n") != std::string::npos)
+            __builtin_trap();
     if (strlen(get_system_role()) > SYS_ROLE_MAX_LEN ||
         strlen(get_system_role_detail()) > SYS_ROLE_DETAIL_MAX_LEN || g_osCommonPollFrequency < 0)
         __builtin_trap();

@@ -9,6 +9,7 @@
 #include "mib-extns/mib_registration.h"
 #include "mib-extns/object_map.h"
 #include "mib-extns/vorHoFileSysTable.h"
+#include "mib-extns/vorHoInfo.h"
 #include "mib-extns/vorHoSwVerTable.h"
 #include "mib-extns/vorMeMibGroup.h"
 #include "unit_helpers.h"
@@ -113,8 +114,9 @@ TEST(MibCondition, OnlyOneToFourAreTaken) {
     }
 }
 
-// Leading digits count, a line without a value switches polling on.
-TEST(PollFrequencyToken, ValuesOfThePersistentLine) {
+// Leading digits count, a line without a value switches polling on; a
+// text ends at a line end, so that it is stored again as one line.
+TEST(PersistentTokens, ValuesOfThePersistentLines) {
     const std::pair<const char *, int> cases[] = {{"  30s", 30}, {"", 60}, {"-5", 0}};
     for (const auto &[value, expected] : cases) {
         char buf[8];
@@ -123,6 +125,9 @@ TEST(PollFrequencyToken, ValuesOfThePersistentLine) {
         EXPECT_EQ(expected, g_osCommonPollFrequency) << "'" << value << "'";
     }
     g_osCommonPollFrequency = 0;
+    char role[] = "Web\rtrap2sink x";
+    load_Orbl_Host_tokens(SYS_ROLE_TOKEN, role);
+    EXPECT_STREQ("Web", get_system_role());
 }
 
 } // namespace

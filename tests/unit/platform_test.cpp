@@ -155,8 +155,17 @@ TEST(PlatformStandins, TelnetFromListenersAndInetd) {
 }
 
 // svcs' time column: the time of day within a day, then month and day,
-// then the year; psrinfo's state column.
+// then the year; psrinfo's state column. A processor without an "online"
+// file (cpu0 on x86) cannot be taken off-line: it is on-line.
 TEST(PlatformStandins, SvcsTimesAndPsrinfoStates) {
+    ScratchDir root(true);
+    for (const char *cpu : {"cpu0/topology/core_id", "cpu1/online", "cpu2/online"})
+        root.write(std::string("sys/devices/system/cpu/") + cpu, cpu[3] == '1' ? "0\n" : "1\n");
+    using platform::ProcessorState;
+    const ProcessorState states[] = {ProcessorState::Online, ProcessorState::Offline,
+                                     ProcessorState::Online, ProcessorState::Absent};
+    for (int cpu = 0; cpu < 4; ++cpu)
+        EXPECT_EQ(states[cpu], platform::processor_state(cpu)) << cpu;
     const time_t now = 1700000000;
     const std::string d2 = "[0-9][0-9]";
     const std::pair<time_t, std::string> ages[] = {{86399, d2 + ":" + d2 + ":" + d2},

@@ -333,58 +333,105 @@ TEST_F(SwVer, RowsWithTheirStatesAHundredAtMost) {
     g_NextIndex = 100; // what the rows still in the list account for
 }
 
-// ACTION comes in a message of its own: the node the iterator found in
-// RESERVE1 may have been freed by a rebuild since, so the row is found
-// again by its index.
-TEST_F(SwVer, ActionFindsItsRowByIndexAfterARebuild) {
+// The phases of a SET come in messages of their own: a rebuild between
+// RESERVE1 and ACTION may give an index to another package (the node the
+// iterator kept is freed). That varbind fails and changes no package; UNDO
+// puts back what the varbinds before it changed, in the row and in the
+// edits that later rebuilds apply.
+TEST_F(SwVer, SetPhasesHoldTheirPackageAndUndoWhatActionChanged) {
     parse(pkg("KYQvane") + pkg("KYQtem"));
-    vorHo_Swver_t *stale = swVerList->next;
-    parse(pkg("KYQtem")); // frees the node kept above
-    long kind = 2, index = 2;
-    netsnmp_variable_list var{}, idx{};
-    var.type = idx.type = ASN_INTEGER;
-    var.val.integer = &kind, idx.val.integer = &index;
-    var.val_len = idx.val_len = sizeof(long);
-    netsnmp_table_request_info table_info{};
-    table_info.colnum = SWVER_TYPE, table_info.indexes = &idx;
-    netsnmp_request_info request{};
-    request.requestvb = &var;
-    netsnmp_request_add_list_data(
-        &request, netsnmp_create_data_list(TABLE_HANDLER_NAME, &table_info, nullptr));
-    netsnmp_request_add_list_data(&request,
-                                  netsnmp_create_data_list(TABLE_ITERATOR_NAME, stale, nullptr));
+    struct Varbind {
+        long index, kind;
+        netsnmp_variable_list var{}, idx{};
+        netsnmp_table_request_info table_info{};
+        netsnmp_request_info request{};
+    } sets[2];
+    const std::pair<int, long> what[] = {{SWVER_TYPE, 1}, {SWVER_DESCRIPTION, 2}}; // column, row
+    for (int i = 0; i < 2; ++i) {
+        Varbind &v = sets[i];
+        v.index = what[i].second, v.kind = 2;
+        v.idx.type = ASN_INTEGER, v.idx.val.integer = &v.index, v.idx.val_len = sizeof(long);
+        v.var.type = i ? ASN_OCTET_STR : ASN_INTEGER, v.var.val_len = i ? 3 : sizeof(long);
+        v.var.val.string = i ? reinterpret_cast<u_char *>(const_cast<char *>("new"))
+                             : reinterpret_cast<u_char *>(&v.kind);
+        v.table_info.colnum = what[i].first, v.table_info.indexes = &v.idx;
+        v.request.requestvb = &v.var;
+        v.request.next = i ? nullptr : &sets[1].request;
+        v.request.prev = i ? &sets[0].request : nullptr;
+        netsnmp_request_add_list_data(
+            &v.request, netsnmp_create_data_list(TABLE_HANDLER_NAME, &v.table_info, nullptr));
+        netsnmp_request_add_list_data(
+            &v.request, netsnmp_create_data_list(TABLE_ITERATOR_NAME, swVerList, nullptr));
+    }
     netsnmp_agent_request_info reqinfo{};
-    reqinfo.mode = MODE_SET_ACTION;
-    EXPECT_EQ(SNMP_ERR_GENERR, vorHoSwVerTable_handler(nullptr, nullptr, &reqinfo, &request));
-    index = 1, request.status = 0, request.processed = 0;
-    EXPECT_EQ(SNMP_ERR_NOERROR, vorHoSwVerTable_handler(nullptr, nullptr, &reqinfo, &request));
-    EXPECT_EQ(2, swVerList->vorSwverEntry->type);
-    netsnmp_free_all_list_data(request.parent_data);
+    const auto phase = [&](int mode) {
+        reqinfo.mode = mode;
+        return vorHoSwVerTable_handler(nullptr, nullptr, &reqinfo, &sets[0].request);
+    };
+    const auto rows = [] {
+        std::string out;
+        for (const vorHo_Swver_t *n = swVerList; n; n = n->next)
+            out += std::string(n->vorSwverEntry->name) + " " +
+                   std::to_string(n->vorSwverEntry->type) + " " + n->vorSwverEntry->description[0] +
+                   "|";
+        return out;
+    };
+    ASSERT_EQ(SNMP_ERR_NOERROR, phase(MODE_SET_RESERVE1));
+    parse(pkg("KYQvane") + pkg("KYQsorrel") + pkg("KYQtem")); // KYQtem moves to row 3
+    EXPECT_EQ(SNMP_ERR_GENERR, phase(MODE_SET_ACTION));
+    EXPECT_EQ("KYQvane 2 x|KYQsorrel 4 x|KYQtem 3 x|", rows()) << "the kind is set, nothing else";
+    phase(MODE_SET_UNDO);
+    EXPECT_EQ("KYQvane 4 x|KYQsorrel 4 x|KYQtem 3 x|", rows());
+    parse(pkg("KYQvane") + pkg("KYQtem"));
+    EXPECT_EQ("KYQvane 4 x|KYQtem 3 x|", rows()) << "no edit left to apply";
+    // The same SET without the rebuild: both applied and kept by a rebuild,
+    // KYQtem's description although it is the package's only edit.
+    for (Varbind &v : sets)
+        v.request.status = 0, v.request.processed = 0;
+    ASSERT_EQ(SNMP_ERR_NOERROR, phase(MODE_SET_RESERVE1));
+    EXPECT_EQ(SNMP_ERR_NOERROR, phase(MODE_SET_ACTION));
+    parse(pkg("KYQtem") + pkg("KYQvane"));
+    EXPECT_EQ("KYQtem 3 n|KYQvane 2 x|", rows());
+    for (Varbind &v : sets)
+        netsnmp_free_all_list_data(v.request.parent_data);
     while (altered_swver_entry *edit = alterList) { // edits live for the run
         alterList = edit->next;
         delete edit;
     }
 }
 
-// Rows of the filters and of the watch list ask the process and the module
-// lists: each runs once per refresh whatever the rows, and again next time.
+// Rows of the filters and of the watch list ask the process lists (the
+// filters' "ps -aef" lines, the watch list's names) and the module list:
+// each runs once per refresh whatever the rows, and again next time.
 std::map<std::string, int> g_runs;
-TEST_F(SwVer, EachListRunsOncePerRefreshForEveryRowThatAsks) {
-    for (std::string line : {"agent temhostd process temhostd", "driver mydrv module mydrv"})
+// The name listing: the command name in 64 columns, then the executable.
+std::string named(const std::string &comm, const std::string &exe) {
+    return comm + std::string(64 - comm.size(), ' ') + " " + exe;
+}
+bool fake_lists(const char *command, std::vector<std::string> *lines) {
+    ++g_runs[command];
+    if (strstr(command, "comm"))
+        *lines = {named("sleep", "/usr/bin/sleep"), named("grepperd", "/usr/sbin/grepperd"),
+                  named("kworker/0:1-events", "-"), named("pydaemon", "/usr/bin/python3.11"),
+                  named("averyveryverylo", "/opt/x/averyveryverylongd (deleted)")};
+    else
+        *lines = {"root 8 1 0 10:00 ? 00:00:01 /usr/bin/temhostd",
+                  "root 9 1 0 10:00 ? 00:00:00 nginxd 1e9",
+                  "  1 c0a00000  f5000    -   1  mydrv (mydrv)"};
+    return true;
+}
+TEST_F(SwVer, EachListRunsOncePerRefreshAndWatchedNamesMatchWhole) {
+    for (std::string line :
+         {"agent temhostd process grepperd", "driver mydrv module mydrv", "5 nginx process nginxd"})
         parse_softwareWatch(SWVER_WATCH_TOKEN, line.data());
     ScratchDir dir;
     dir.command("pkginfo", pkg("KYQvane") + pkg("KYQtem") + pkg("VORlynx3", "VOR nic") +
-                               pkg("temhostd") + pkg("mydrv-dkms"));
-    set_swver_command_runner([](const char *command, std::vector<std::string> *lines) {
-        ++g_runs[command];
-        *lines = {"root 8 1 0 10:00 ? 00:00:01 /usr/bin/temhostd",
-                  "  1 c0a00000  f5000    -   1  mydrv (mydrv)"};
-        return true;
-    });
+                               pkg("temhostd") + pkg("mydrv-dkms") + pkg("nginx"));
+    set_swver_command_runner(fake_lists);
     for (int refresh = 0; refresh < 2; ++refresh) {
         g_runs.clear();
         ASSERT_EQ(1, refresh_SwverLoad_CB());
-        EXPECT_EQ(2u, g_runs.size());
+        EXPECT_EQ(3u, g_runs.size());
         for (const auto &[command, runs] : g_runs)
             EXPECT_EQ(1, runs) << command;
     }
@@ -393,7 +440,13 @@ TEST_F(SwVer, EachListRunsOncePerRefreshForEveryRowThatAsks) {
         states.push_back(std::string(n->vorSwverEntry->name) + " " +
                          std::to_string(n->vorSwverEntry->status));
     EXPECT_EQ(states, (std::vector<std::string>{"KYQvane 1", "KYQtem 2", "VORlynx3 3", "temhostd 2",
-                                                "mydrv-dkms 2"}));
+                                                "mydrv-dkms 2", "nginx 3"}));
+    // A watched NAME is a command name or an executable's file name, whole:
+    // not an argument (exec -a), not a part of a name or a path.
+    for (const char *name : {"sleep", "grepperd", "python3.11", "pydaemon", "averyveryverylongd"})
+        EXPECT_EQ(2, sw_check(CHECK_PROCESS_NAME, name)) << name;
+    for (const char *name : {"nginxd", "grep", "sleepe", "sbin/grepperd", "events", "-", ""})
+        EXPECT_EQ(3, sw_check(CHECK_PROCESS_NAME, name)) << name;
 }
 
 // Answers by "m.k" (MIB number, object number); the rest go unanswered,
