@@ -12,6 +12,8 @@ bc smitools prometheus-snmp-exporter clang libclang-rt-14-dev valgrind"
 PKGS="$PKGS dpkg-dev file lintian mandoc man-db bsdextrautils systemd"
 # promtool (in Debian's prometheus package) for the Prometheus rules' tests.
 PKGS="$PKGS prometheus"
+# The Ansible role's checks and its test in a systemd-nspawn container.
+PKGS="$PKGS ansible-core ansible-lint yamllint debootstrap systemd-container"
 
 if [ "$(id -u)" -ne 0 ]; then
     echo "install-deps.sh: run as root" >&2
