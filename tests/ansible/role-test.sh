@@ -33,10 +33,12 @@ trap 'kill -KILL ${init:-$nspawn} 2>/dev/null; wait; rm -rf "$work"' EXIT
 systemd-nspawn -D "$2" --volatile=overlay --private-network --bind=/dev/fuse --register=no \
     --keep-unit --boot --console=passive >$work/boot.log 2>&1 &
 nspawn=$!
-wait_until pgrep -P $nspawn || fail "no container: $(cat $work/boot.log)"
-init=$(pgrep -P $nspawn)
+# Its init: the child of nspawn that runs systemd (an earlier one only sets up).
+wait_until pgrep -x -P $nspawn systemd || fail "no container: $(cat $work/boot.log)"
+init=$(pgrep -x -P $nspawn systemd)
 ct() { nsenter -t "$init" -a "$@"; }
-ct systemctl is-system-running --wait >/dev/null || fail "the container's systemd: $(ct systemctl --failed)"
+wait_until ct test -S /run/systemd/private &&
+    ct systemctl is-system-running --wait >/dev/null || fail "the container's systemd: $(ct systemctl --failed)"
 
 cat >$work/hosts <<END
 bookworm ansible_host=$init ansible_connection=nsenter ansible_become=false ansible_python_interpreter=/usr/bin/python3
