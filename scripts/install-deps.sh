@@ -14,6 +14,8 @@ PKGS="$PKGS dpkg-dev file lintian mandoc man-db bsdextrautils systemd"
 # the fleet bed's Prometheus, its console pages' JavaScript (the package's
 # libjs-* dependencies) and the headless browser that renders them.
 PKGS="$PKGS prometheus chromium fonts-dejavu-core python3-yaml"
+# The Ansible role's checks and its test in a systemd-nspawn container.
+PKGS="$PKGS ansible-core ansible-lint yamllint debootstrap systemd-container"
 
 if [ "$(id -u)" -ne 0 ]; then
     echo "install-deps.sh: run as root" >&2

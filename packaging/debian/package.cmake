@@ -57,9 +57,11 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE ${DEB_REVISION})
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${DEB_MAINTAINER})
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
-# Shared libraries through dpkg-shlibdeps; the master agent by name.
+# Shared libraries through dpkg-shlibdeps; by name the master agent and
+# procps, whose ps the process checks run and whose kill the unit's reload
+# (and snmpd's) runs. All else the daemon and maintainer scripts run is Essential.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "snmpd")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "snmpd, procps")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
 "host-information SNMP subagent for Net-SNMP's snmpd
 temhostd attaches to the host's SNMP master agent (snmpd) as an AgentX
