@@ -11,6 +11,7 @@
 #include "interface/debug.h"
 #include "interface/row_index.h"
 #include "platform/guard.h"
+#include "platform/host_files.h"
 #include "platform/mnttab.h"
 
 #define FS_TOKEN "vorOrblFSinterface"
@@ -107,7 +108,7 @@ void refresh_flist_CB(void) {
 // hangs. One that does not answer in time is left out like one whose
 // statvfs fails.
 int populate_filesystem_list(void) {
-    FILE *fp = fopen(MNTTAB, "r");
+    FILE *fp = platform::open_for_reading(MNTTAB);
     if (!fp) {
         snmp_log(LOG_ERR, "KYOrblHost - File system Info :unable to open mnttab");
         VOR_DEBUG(FS_TOKEN, "Unable to open MNTTAB \n");

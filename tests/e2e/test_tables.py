@@ -5,7 +5,10 @@ each is rebuilt or sampled."""
 
 import os
 import shutil
+import signal
+import socket
 import subprocess
+import threading
 import time
 
 import pytest
@@ -15,6 +18,7 @@ from conftest import (BUILD, ROOT, SOURCE, Process, check_walk_rebuilds, get, ge
 
 FS_TABLE, CPU_ENTRY, SW_TABLE = ROOT + ".2.4.1", ROOT + ".2.3.1.1", ROOT + ".2.7.2"
 FS_ENTRY, SW_ENTRY = FS_TABLE + ".1", SW_TABLE + ".1"
+TELNET = ROOT + ".2.2.5.0"
 DPKG_STATUS = "/var/lib/dpkg/status"
 WORKED_EXAMPLE = ("KYQtem", "Host agent for the platform", "7.9.0,REV=2007.11.15")
 
@@ -104,11 +108,25 @@ def cpu_rows():
 
 
 def test_rows_refusals_and_the_first_averages(bed):
+    # Rebuilt every second and reloaded (SIGHUP) every 2 ms: no signal cuts
+    # a program's output short, so software rows, telnet and processor
+    # states (the busy one's load) never change.
+    write_db(WORKED_EXAMPLE, ("VORlynx3", "network driver", "4.0"))
+    bed.write_persistent("defaultPollFreq(sec) 1\n")
     bed.start_master()
     cpu = max(os.sched_getaffinity(0))
     busy = subprocess.Popen(["taskset", "-c", str(cpu), "sh", "-c", "while :; do :; done"])
+    calm, telnet = threading.Event(), socket.socket()
     try:
+        telnet.bind(("127.0.0.1", 23))
+        telnet.listen(1)
         daemon = bed.start_daemon()
+
+        def storm():
+            while not calm.wait(0.002):
+                os.kill(daemon.pid, signal.SIGHUP)
+        threading.Thread(target=storm).start()
+        rows = names()
         ready = time.monotonic()
         table = cpu_rows()
         assert all(a == [-1, -1, -1, -1] for a in table.values()), "nothing sampled yet"
@@ -121,13 +139,16 @@ def test_rows_refusals_and_the_first_averages(bed):
         # (with a 15 s period that would be 30 s); the longer averages wait
         # out their whole span.
         def averaged():
-            rows = cpu_rows()
-            return all(a[0] >= 0 for a in rows.values()) and rows
+            assert (names(), get(TELNET).int) == (rows, 2)
+            loads = cpu_rows()
+            return all(a[0] >= 0 for a in loads.values()) and loads
         loads = wait_for(averaged, timeout=40, interval=0.5, what="the first 1-minute averages")
         assert time.monotonic() - ready < 26
         assert all(0 <= one <= 100 and longer == [-1, -1, -1] for one, *longer in loads.values())
         assert loads[cpu][0] >= 80, "the busy processor: %r" % loads
     finally:
+        calm.set()
+        telnet.close()
         busy.kill()
         busy.wait()
     assert "Orbeline Host Agent:-" not in daemon.output(), "no sample failed"
