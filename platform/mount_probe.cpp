@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <map>
+#include <mutex>
 #include <syslog.h>
 
 #include "platform/guard.h"
@@ -13,7 +14,7 @@ namespace platform {
 
 namespace rounds {
 
-enum : int { kFree, kCalling, kDone, kTaken };
+enum : int { kFree, kCalling, kDone };
 
 struct Slot {
     std::atomic<int> state{kFree};
@@ -23,29 +24,46 @@ struct Slot {
 };
 
 // One round's calls, shared by the threads that make them: each takes the
-// next slot no thread has taken. A thread parked in a call keeps it alive.
+// next slot no thread has taken. Its paths and slots go when the round
+// ends: a thread still in a call then holds its own copy of the path and
+// its own answer, and only reports that it came (late).
 struct Round {
     MountProbe::Call call;
     MountProbe::Clock clock;
-    std::vector<std::string> paths;
-    std::unique_ptr<Slot[]> slots;
-    std::atomic<size_t> next{0};
+    std::mutex mu;
+    bool open = true;               // the rest under mu
+    size_t next = 0;                // the next slot no thread has taken
+    std::vector<std::string> paths; // while open
+    std::unique_ptr<Slot[]> slots;  // while open; their atomics are read without mu
     std::atomic<size_t> done{0};
-    std::vector<size_t> stuck; // main thread only: slots still in their call at the end
+    std::vector<size_t> late; // slots whose call returned after the end
 };
 
 void walk(Round &r) {
-    const size_t n = r.paths.size();
-    for (size_t i; (i = r.next.fetch_add(1)) < n;) {
-        Slot &s = r.slots[i];
-        s.since.store(r.clock());
-        int expected = kFree;
-        if (!s.state.compare_exchange_strong(expected, kCalling)) {
-            continue; // the round is over: asked again in the next
+    for (;;) {
+        size_t i;
+        std::string path;
+        {
+            std::lock_guard<std::mutex> lock(r.mu);
+            if (!r.open || r.next >= r.paths.size()) {
+                return;
+            }
+            i = r.next++;
+            path = r.paths[i];
+            r.slots[i].since.store(r.clock());
+            r.slots[i].state.store(kCalling);
         }
-        s.rc = r.call(r.paths[i].c_str(), &s.vfs);
-        s.state.store(kDone);
-        r.done.fetch_add(1);
+        struct statvfs vfs;
+        const int rc = r.call(path.c_str(), &vfs);
+        std::lock_guard<std::mutex> lock(r.mu);
+        if (r.open) {
+            r.slots[i].rc = rc;
+            r.slots[i].vfs = vfs;
+            r.slots[i].state.store(kDone);
+            r.done.fetch_add(1);
+        } else {
+            r.late.push_back(i);
+        }
     }
 }
 
@@ -68,16 +86,21 @@ struct MountProbe::State {
 
     // A thread of r is done: the stuck calls of r that have returned since
     // are back for the next round.
-    void answered_late(const Round &r) {
-        for (size_t i : r.stuck) {
-            auto it = stuck.find(r.paths[i]);
-            if (r.slots[i].state.load() != rounds::kDone || it == stuck.end() ||
-                it->second.round != &r || it->second.slot != i) {
+    void answered_late(Round &r) {
+        std::vector<size_t> late;
+        {
+            std::lock_guard<std::mutex> lock(r.mu);
+            late.swap(r.late);
+        }
+        for (auto it = stuck.begin(); it != stuck.end();) {
+            if (it->second.round != &r ||
+                std::find(late.begin(), late.end(), it->second.slot) == late.end()) {
+                ++it;
                 continue;
             }
-            notice(LOG_INFO, "File system %s answers again after %.1f s\n", r.paths[i].c_str(),
+            notice(LOG_INFO, "File system %s answers again after %.1f s\n", it->first.c_str(),
                    static_cast<double>(clock() - it->second.since) / 1000.0);
-            stuck.erase(it);
+            it = stuck.erase(it);
         }
     }
 };
@@ -132,7 +155,11 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<std::string> &pat
         if (round->done.load() == n || now - start >= st.deadline_ms) {
             break;
         }
-        const size_t taken = std::min(round->next.load(), n);
+        size_t taken;
+        {
+            std::lock_guard<std::mutex> lock(round->mu);
+            taken = round->next;
+        }
         if (taken < n) {
             size_t parked = 0;
             for (size_t i = 0; i < taken; ++i) {
@@ -147,28 +174,29 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<std::string> &pat
     }
 
     size_t untried = 0;
+    std::lock_guard<std::mutex> lock(round->mu);
+    round->open = false;
     for (size_t i = 0; i < n; ++i) {
-        Slot &s = round->slots[i];
-        int state = rounds::kFree;
-        if (s.state.compare_exchange_strong(state, rounds::kTaken)) {
+        const Slot &s = round->slots[i];
+        const std::string &path = round->paths[i];
+        switch (s.state.load()) {
+        case rounds::kFree:
             ++untried; // no call made: asked in the next round
-            continue;
-        }
-        if (state == rounds::kCalling && s.state.load() != rounds::kDone) {
-            const std::string &path = round->paths[i];
-            round->stuck.push_back(i);
+            break;
+        case rounds::kCalling:
             st.stuck[path] = State::Stuck{round.get(), i, s.since.load()};
             notice(LOG_WARNING,
                    "File system %s does not answer within %d ms: left out of the file system "
                    "table until it does\n",
                    path.c_str(), st.deadline_ms);
-            continue;
+            break;
+        default:
+            answers[answer_of[i]] = StatAnswer{true, s.rc, s.vfs};
         }
-        StatAnswer &a = answers[answer_of[i]];
-        a.answered = true;
-        a.rc = s.rc;
-        a.vfs = s.vfs;
     }
+    // What a parked call keeps is its thread, not the round's memory.
+    round->paths = std::vector<std::string>();
+    round->slots.reset();
     if (untried > 0 && !more_threads && !st.short_of_threads) {
         notice(LOG_WARNING,
                "All %zu threads for file system queries wait on hung file systems: %zu mount "
