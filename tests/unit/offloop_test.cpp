@@ -17,10 +17,13 @@
 
 namespace {
 
-std::mutex g_mu;
-std::condition_variable g_opened;
-std::set<std::string> g_open; // gates of the calls that wait
-std::map<std::string, int> g_calls;
+// Never destroyed: a call may still be on its way out when the tests end.
+struct Calls {
+    std::mutex mu;
+    std::condition_variable opened;
+    std::set<std::string> open; // gates of the calls that wait
+    std::map<std::string, int> made;
+} &g = *new Calls;
 std::vector<std::string> g_notices;
 std::atomic<int64_t> g_skew{0};
 
@@ -32,23 +35,23 @@ int64_t skewed_clock() {
 // answer with their name's length as their block count.
 int fake_statvfs(const char *path, struct statvfs *vfs) {
     const std::string p = path;
-    std::unique_lock<std::mutex> lock(g_mu);
-    ++g_calls[p];
-    g_opened.wait(lock, [&] { return (p != "hang" && p != "late") || g_open.count(p); });
+    std::unique_lock<std::mutex> lock(g.mu);
+    ++g.made[p];
+    g.opened.wait(lock, [&] { return (p != "hang" && p != "late") || g.open.count(p); });
     *vfs = {};
     vfs->f_blocks = p.size();
     return p == "gone" ? -1 : 0;
 }
 
 void open_gate(const std::string &path) {
-    std::lock_guard<std::mutex> lock(g_mu);
-    g_open.insert(path);
-    g_opened.notify_all();
+    std::lock_guard<std::mutex> lock(g.mu);
+    g.open.insert(path);
+    g.opened.notify_all();
 }
 
 int calls(const std::string &path) {
-    std::lock_guard<std::mutex> lock(g_mu);
-    return g_calls[path];
+    std::lock_guard<std::mutex> lock(g.mu);
+    return g.made[path];
 }
 
 // One round behind a hung mount answers every other mount and leaves the
@@ -56,6 +59,9 @@ int calls(const std::string &path) {
 // stuck mount and do not wait for it, with no new thread; a late answer is
 // logged, and its mount is asked again in the next round.
 TEST(MountProbe, HungAndLateMountsOverRounds) {
+    struct OpenAtTheEnd {
+        ~OpenAtTheEnd() { open_gate("late"), open_gate("hang"); }
+    } open_at_the_end;
     platform::set_notice_sink([](int, const char *line) { g_notices.push_back(line); });
     platform::MountProbe probe(fake_statvfs, 300, skewed_clock);
     const std::vector<std::string> paths = {"a", "hang", "bb", "late", "gone", "c"};
@@ -92,7 +98,7 @@ TEST(MountProbe, HungAndLateMountsOverRounds) {
     EXPECT_EQ(0u, g_notices[1].find("File system late does not answer"));
     EXPECT_EQ(0u, g_notices[2].find("File system late answers again after 10.")) << g_notices[2];
 
-    open_gate("hang"); // the thread is free again for the tests after
+    open_gate("hang");
     for (int i = 0; i < 100 && probe.stuck() > 0; ++i) {
         platform::offloop::wait(10);
     }
