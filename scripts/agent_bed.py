@@ -161,6 +161,17 @@ def set_(*triples, community=RW_COMMUNITY):
     return parse_values(tool("snmpset", AGENT, *args, community=community))
 
 
+def hung_fuse_mount(path):
+    """A FUSE file system at path whose server never answers: every call on
+    it waits until the descriptor returned, which nobody reads, is closed
+    (then a lazy unmount)."""
+    os.makedirs(path, exist_ok=True)
+    fd = os.open("/dev/fuse", os.O_RDWR)
+    subprocess.run(["mount", "-t", "fuse.hung", "-o", "fd=%d,rootmode=40000,user_id=0,group_id=0"
+                    % fd, "hung", path], pass_fds=[fd], check=True)
+    return fd
+
+
 class Process:
     """log_path None: the output goes where this program's goes."""
     def __init__(self, argv, log_path, **kw):
@@ -221,13 +232,8 @@ class Bed:
         self.mounts.append(path)
 
     def hang_mount(self, path):
-        """A FUSE file system at path whose server never answers: every call
-        on it waits until close() closes the descriptor, which nobody reads."""
-        os.makedirs(path, exist_ok=True)
-        fd = os.open("/dev/fuse", os.O_RDWR)
-        self.fuse_fds.append(fd)
-        subprocess.run(["mount", "-t", "fuse.hung", "-o", "fd=%d,rootmode=40000,user_id=0,"
-                        "group_id=0" % fd, "hung", path], pass_fds=[fd], check=True)
+        """hung_fuse_mount, undone by close()."""
+        self.fuse_fds.append(hung_fuse_mount(path))
         self.mounts.append(path)
 
     def start_master(self, extra_conf="", base_conf=MASTER_CONF, probe_community=RO_COMMUNITY):
