@@ -10,7 +10,7 @@ script for a sibling MIB), runs a fleet of 5, then 20 hosts (scripts/fleet.py),
 then two sessions of the agent bed (scripts/agent_bed.py), each calling this
 file again with --phase:
 
-    run_all.py --phase reconnect|main [--quick] BUILD_DIR RESULTS_JSON PROGRESS_FD
+    run_all.py --phase reconnect|main|hung [--quick] BUILD_DIR RESULTS_JSON PROGRESS_FD
 
 The phases add their figures to RESULTS_JSON and write progress lines to
 PROGRESS_FD (their output goes to a log); the top level prints the table.
@@ -32,7 +32,8 @@ import traceback
 import urllib.request
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "scripts"))
-from agent_bed import MASTER_CMD, MASTER_PID_FILE, READY_OIDS, Process  # noqa: E402
+from agent_bed import (MASTER_CMD, MASTER_PID_FILE, READY_OIDS, Process, get_ms,  # noqa: E402
+                       hung_fuse_mount)
 from fleet import EXPORTER, Fleet  # noqa: E402
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -65,8 +66,9 @@ def log(text):
     print("run-all: " + text, file=progress, flush=True)
 
 
-def run(*cmd, timeout=600):
-    return subprocess.run(cmd, check=True, capture_output=True, text=True, timeout=timeout).stdout
+def run(*cmd, timeout=600, **kw):
+    return subprocess.run(cmd, check=True, capture_output=True, text=True, timeout=timeout,
+                          **kw).stdout
 
 
 def bench(build, name, *args):
@@ -481,6 +483,75 @@ def step_fleet(build, res, quick):
                 res.setdefault("fleet", {})[str(n)] = dict(figures, window=window)
         finally:
             hostres.stop()
+# --- a hung file system beside 8,000 -----------------------------------------
+
+def paced_gets(seconds, interval=0.002):
+    """Latencies (ms) of GETs of the file system table's first size, one due
+    every interval: one sent late because an earlier one waited counts from
+    when it was due, as the managers' would, who do not wait for each other."""
+    times, start = [], time.monotonic()
+    for due in (start + k * interval for k in range(int(seconds / interval))):
+        time.sleep(max(0.0, due - time.monotonic()))
+        if get_ms(FS_TABLE + ".1.3.0")[1].endswith(b"\x80\x00"):
+            raise RuntimeError("the subtree is gone")
+        times.append((time.monotonic() - due) * 1000)
+    return times
+
+
+def threads_of(pid):
+    with open("/proc/%d/status" % pid) as f:
+        return int(grab(r"Threads:\s+(\d+)", f.read()))
+
+
+def release_mount(fd, path):
+    os.close(fd)
+    subprocess.run(["umount", "-l", path])
+
+
+def phase_hung(build, res, quick):
+    """The daemon of a session of its own, rebuilding every second: GET
+    latency over 8,000 mounts without and with one hung mount beside them,
+    in alternating windows (the machine's load drifts); what the hung
+    mount's parked call costs, and a stop while it waits."""
+    log("hung mount")
+    mount_tmpfs_up_to(MOUNT_COUNTS[-1])
+    cycles, seconds = (2, 4) if quick else (6, 5)
+    pid, fd, out = daemon_pid(), None, {"window_s": seconds}
+    times = {"without": [], "with": []}
+    try:
+        for cycle in range(cycles):
+            times["without"].append(paced_gets(seconds))
+            before = threads_of(pid)
+            fd = hung_fuse_mount("/mnt/hung")
+            time.sleep(2)  # the rebuild that meets it, then one that skips it
+            times["with"].append(paced_gets(seconds))
+            if cycle == 0:
+                out["threads"] = threads_of(pid) - before
+            if cycle < cycles - 1:
+                release_mount(fd, "/mnt/hung")
+                fd = None
+                time.sleep(1)
+        os.kill(pid, signal.SIGTERM)
+        out["stop_s"] = poll(lambda: gone(pid), 10)
+    except Exception:
+        traceback.print_exc()
+        return
+    finally:
+        if fd is not None:
+            release_mount(fd, "/mnt/hung")
+    # Each figure is the middle one of the windows' own, and each ratio the
+    # middle one of the ratios of neighbouring windows: the shared machine's
+    # load drifts, and a window it spoils does not decide them.
+    middle = lambda values: sorted(values)[len(values) // 2]
+    figures = {}
+    for key, windows in times.items():
+        figures[key] = [{"median": w[len(w) // 2], "p99": w[len(w) * 99 // 100]}
+                        for w in map(sorted, windows)]
+        out[key] = {q: middle([f[q] for f in figures[key]]) for q in ("median", "p99")}
+        out[key].update(max=max(map(max, windows)), gets=sum(map(len, windows)))
+    out["ratio"] = {q: middle([a[q] / b[q] for a, b in zip(figures["with"], figures["without"])])
+                    for q in ("median", "p99")}
+    res["hung_mount"] = out
 
 
 MAIN_STEPS = [step_get_rate, step_telnet, step_status, step_cpu_sampler, step_software,
@@ -634,7 +705,29 @@ def rows(res):
             return ("%s, %s | %s hosts" % (what, large, small), "%.2f" % ours, "%.2f" % ref,
                     "%.2f" % (ours / ref), "<= 1.20", ours <= 1.2 * ref)
         row(what + " flat", flat)
+    row("9 hung mount", lambda: hung_mount_row(res))
     return out
+
+
+def hung_mount_row(res):
+    """GET latency with one hung mount against none, over the same 8,000."""
+    h = res["hung_mount"]
+    ratios = [h["ratio"][q] for q in ("median", "p99")]
+    return ("9 GET ms (median, p99), rebuilds of %d mounts every s, one hung | none"
+            % MOUNT_COUNTS[-1], "%.2f, %.2f" % (h["with"]["median"], h["with"]["p99"]),
+            "%.2f, %.2f" % (h["without"]["median"], h["without"]["p99"]),
+            "%.2f, %.2f" % tuple(ratios), "<= 1.1", max(ratios) <= 1.1)
+
+
+def hung_mount_note(res):
+    h = res.get("hung_mount")
+    if not h:
+        return []
+    return ["hung mount: %d and %d GETs in alternating %d s windows, one due every 2 ms (a late "
+            "one counts from when it was due); figures and ratios are the middle window's; "
+            "slowest %.1f | %.1f ms; its parked call: %+d thread; SIGTERM while it waits: gone "
+            "after %.2f s" % (h["with"]["gets"], h["without"]["gets"], h["window_s"],
+                              h["with"]["max"], h["without"]["max"], h["threads"], h["stop_s"])]
 
 
 def ratio_text(a, b):
@@ -692,6 +785,7 @@ def print_table(res):
                      % (n, FLEET_INTERVAL, f["window"], f["temhostd"]["scrapes"],
                         f["temhostd"]["samples"], f["hostres"]["scrapes"],
                         f["hostres"]["samples"]))
+    notes += hung_mount_note(res)
     if any(r[5] == "FAILED" for r in body):
         notes.append("FAILED rows: their step failed; the sessions' output is in " + res["_log"])
     print()
@@ -710,7 +804,8 @@ def main(argv):
         progress = os.fdopen(int(fd), "w")
         with open(path) as f:
             res = json.load(f)
-        {"reconnect": phase_reconnect, "main": phase_main}[phase](build, res, quick)
+        {"reconnect": phase_reconnect, "main": phase_main, "hung": phase_hung}[phase](
+            build, res, quick)
         res["done_" + phase] = True
         save(res)
         return 0
@@ -735,8 +830,12 @@ def main(argv):
         except Exception:  # the other figures still come
             session_log.write(traceback.format_exc())
         save(res)
-        for phase in ("reconnect", "main"):
+        for phase in ("reconnect", "main", "hung"):
             log("session: " + phase)
+            if phase == "hung":  # its daemon rebuilds every second
+                os.makedirs("/var/sma_snmp", exist_ok=True)
+                with open("/var/sma_snmp/temhostd.conf", "a") as f:
+                    f.write("defaultPollFreq(sec) 1\n")
             cmd = [sys.executable, os.path.join(SCRIPTS, "agent_bed.py"), "--master-conf", conf, build,
                    sys.executable, os.path.abspath(__file__), "--phase", phase, build,
                    res["_path"], str(progress_fd)] + (["--quick"] if quick else [])

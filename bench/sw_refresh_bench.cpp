@@ -66,9 +66,8 @@ int main(int argc, char **argv) {
     cleanup_swver_list();
     const double pipeline_ms = best_ms(runs, [] {
         platform::PopenStream check("ps -aef | grep temhostd |grep -v grep");
-        char line[256];
-        while (check.read_line(line, sizeof(line))) {
-        }
+        std::string out;
+        check.read_all(out);
     });
 
     printf("sw refresh: %d runs, %d rows (%d with a daemon or driver to look for, %zu distinct), "

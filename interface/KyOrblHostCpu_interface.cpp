@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 #include <vector>
 
 #include "interface/KyOrblKstat_routines.h"
@@ -178,16 +179,19 @@ void mark_online_processors(FILE *fp, unsigned char *online, int ncpu) {
 // Runs psrinfo once, without arguments: it lists every processor, one line
 // each, its number first and then its state. Starting one psrinfo per
 // processor would cost a shell and a program per processor every sample.
-// A listing that cannot be run leaves every processor not online.
+// A listing that cannot be run, or does not end in time, leaves every
+// processor not online, and is taken again at the next sample.
 static int read_psrinfo_listing(void) {
     std::unique_ptr<unsigned char[]> online(new (std::nothrow) unsigned char[g_numCpu]());
-    if (!online) {
+    platform::PopenStream listing(platform::psrinfo_path());
+    std::string text;
+    if (!online || !listing.read_all(text)) {
         s_online.reset(); // nothing is known to be online
         return 0;
     }
-    platform::PopenStream listing(platform::psrinfo_path());
-    if (listing.ok()) {
-        mark_online_processors(listing.get(), online.get(), g_numCpu);
+    if (FILE *fp = fmemopen(&text[0], text.size(), "r")) {
+        mark_online_processors(fp, online.get(), g_numCpu);
+        fclose(fp);
     }
     s_online = std::move(online);
     s_online_count = g_numCpu;

@@ -5,9 +5,13 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
+#include <vector>
 
 #include "interface/debug.h"
 #include "interface/row_index.h"
+#include "platform/guard.h"
+#include "platform/host_files.h"
 #include "platform/mnttab.h"
 
 #define FS_TOKEN "vorOrblFSinterface"
@@ -98,38 +102,56 @@ void refresh_flist_CB(void) {
     populate_filesystem_list();
 }
 
+// The mount table is read first and the statvfs calls made all together
+// (platform/mount_probe.h), each answered within a short deadline: a hung
+// file system holds the loop for that long once, then not at all while it
+// hangs. One that does not answer in time is left out like one whose
+// statvfs fails.
 int populate_filesystem_list(void) {
-    FILE *fp = fopen(MNTTAB, "r");
+    FILE *fp = platform::open_for_reading(MNTTAB);
     if (!fp) {
         snmp_log(LOG_ERR, "KYOrblHost - File system Info :unable to open mnttab");
         VOR_DEBUG(FS_TOKEN, "Unable to open MNTTAB \n");
         return 0;
     }
-    int result = 1;
-    struct mnttab entry;
-    // A malformed entry ends the scan as the end of the table does.
-    while (solaris::getmntent(fp, &entry) == 0) {
-        if (get_fs_usage(entry.mnt_mountp, entry.mnt_special, entry.mnt_fstype) != 1) {
-            result = 0;
+    return platform::c_call(0, [fp] {
+        std::unique_ptr<FILE, int (*)(FILE *)> table(fp, fclose);
+        int result = 1;
+        std::vector<std::string> paths, disks;
+        struct mnttab entry;
+        // A malformed entry ends the scan as the end of the table does.
+        while (solaris::getmntent(fp, &entry) == 0) {
+            // Excluded types never reach statvfs.
+            if (isExcludedFTYpe(entry.mnt_fstype)) {
+                result = 0;
+                continue;
+            }
+            paths.emplace_back(entry.mnt_mountp);
+            disks.emplace_back(entry.mnt_special);
         }
-    }
-    fclose(fp);
-    return result;
+        table.reset();
+        const std::vector<platform::StatAnswer> answers = platform::mount_probe().stat_all(paths);
+        for (size_t i = 0; i < paths.size(); ++i) {
+            if (get_fs_usage(paths[i].c_str(), disks[i].c_str(), answers[i]) != 1) {
+                result = 0;
+            }
+        }
+        return result;
+    });
 }
 
-int get_fs_usage(const char *path, const char *disk, const char *fstype) {
+int get_fs_usage(const char *path, const char *disk, const platform::StatAnswer &answer) {
+    // An entry unmounted since the mount-table read, or not answering in
+    // time, is skipped silently and takes no index.
+    if (!answer.answered || answer.rc != 0) {
+        return 0;
+    }
     std::unique_ptr<fs_usage> record(new (std::nothrow) fs_usage());
     if (!record) {
         VOR_DEBUG(FS_TOKEN, "get_fs_usage calloc failed \n");
         return 0;
     }
-    // Excluded types never reach statvfs; an entry unmounted since the
-    // mount-table read is skipped silently and takes no index.
-    struct statvfs vfs;
-    if (isExcludedFTYpe(fstype) || statvfs(path, &vfs) != 0) {
-        return 0;
-    }
-    fill_fs_figures(record.get(), vfs);
+    fill_fs_figures(record.get(), answer.vfs);
 
     // Cut to the field when device and mount point are too long together.
     snprintf(record->vorHoFileSysDesc, sizeof(record->vorHoFileSysDesc), "%s On %s", disk, path);

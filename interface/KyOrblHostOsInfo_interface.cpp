@@ -3,16 +3,16 @@
 
 #include <sys/utsname.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "platform/commands.h"
 #include "platform/popen_stream.h"
 #include "platform/sysinfo.h"
 
 #define TELNET_SERVICE "svc:/network/telnet"
-#define SVC_CMD_LEN 256
-#define SVC_LINE_LEN 256
 
 int get_HostOSName(char *name, size_t namelen) {
     return static_cast<int>(solaris::sysinfo(SI_SYSNAME, name, static_cast<long>(namelen)));
@@ -42,19 +42,21 @@ int get_HostOSType(void) {
     return HOST_OS_TYPE;
 }
 
+// What "svcs | grep svc:/network/telnet" kept: the service's line is picked
+// from svcs' listing here rather than by a second program.
 int get_HostOSTelnet(void) {
-    char cmd[SVC_CMD_LEN];
-    int n = snprintf(cmd, sizeof(cmd), "%s |grep %s", platform::svcs_path(), TELNET_SERVICE);
-    // A cut command line would run something else entirely.
-    if (n < 0 || static_cast<size_t>(n) >= sizeof(cmd)) {
+    platform::PopenStream svcs(platform::svcs_path());
+    std::string listing;
+    if (!svcs.read_all(listing)) {
         return TELNET_NOT_ONLINE;
     }
-    platform::PopenStream svcs(cmd);
-    if (!svcs.ok()) {
-        return TELNET_NOT_ONLINE;
-    }
-    char line[SVC_LINE_LEN];
-    while (svcs.read_line(line, sizeof(line))) {
+    for (size_t at = 0, eol; at < listing.size(); at = eol + 1) {
+        eol = std::min(listing.find('\n', at), listing.size());
+        listing[eol] = '\0';
+        const char *line = &listing[at];
+        if (!strstr(line, TELNET_SERVICE)) {
+            continue;
+        }
         if (strstr(line, "online")) {
             return TELNET_ONLINE;
         }

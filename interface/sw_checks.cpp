@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "interface/sw_checks.h"
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <map>
@@ -12,31 +13,22 @@
 #include "platform/guard.h"
 #include "platform/popen_stream.h"
 
-// The check commands' lines are read in pieces of this size.
-#define CHECK_LINE_BUF 256
-
 namespace {
 
 // A started command: reading it gives its lines, false when it did not run.
 using Reader = std::function<bool(std::vector<std::string> *)>;
 
-// Reads a started command's whole output, one string per line, and closes it.
+// Reads a started command's whole output, one string per line, and closes
+// it. False when it did not run, or did not finish by its deadline.
 bool read_output(platform::PopenStream &out, std::vector<std::string> *lines) {
-    if (!out.ok()) {
+    std::string text;
+    if (!out.read_all(text)) {
         return false;
     }
-    std::string line;
-    char chunk[CHECK_LINE_BUF];
-    while (out.read_line(chunk, sizeof(chunk))) {
-        line += chunk;
-        if (!line.empty() && line.back() == '\n') {
-            line.pop_back();
-            lines->push_back(std::move(line));
-            line.clear();
-        }
-    }
-    if (!line.empty()) {
-        lines->push_back(std::move(line));
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = std::min(text.find('\n', at), text.size());
+        lines->push_back(text.substr(at, end - at));
+        at = end + 1;
     }
     out.close();
     return true;

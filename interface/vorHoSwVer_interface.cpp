@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -378,14 +379,24 @@ int populate_SwVerEntries(void) {
     SwCheckRefresh checks;
     sw_watch_start_checks(checks);
     platform::PopenStream listing(cmd);
-    if (!listing.ok()) {
+    // The whole listing first: one that cannot be read to its end in time
+    // counts as one that could not be started, and the list stays as it was.
+    const bool started = listing.ok();
+    std::string text;
+    if (!listing.read_all(text)) {
+        errno = started ? ETIMEDOUT : ECHILD;
         perror("popen pkginfo");
         return 0;
     }
-    fp_pkglist = listing.get();
-    read_pkg_listing(fp_pkglist, get_current_status);
-    fp_pkglist = nullptr;
     listing.close();
+    fp_pkglist = fmemopen(&text[0], text.size(), "r");
+    if (!fp_pkglist) {
+        perror("popen pkginfo");
+        return 0;
+    }
+    read_pkg_listing(fp_pkglist, get_current_status);
+    fclose(fp_pkglist);
+    fp_pkglist = nullptr;
     return 1;
 }
 

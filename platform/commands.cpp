@@ -17,8 +17,9 @@ struct CommandPath {
     std::string path;
 };
 
-// The path as one shell word: the callers hand it to popen, and the
-// install directory may hold blanks or other characters the shell reads.
+// The path as one shell word: the callers hand it to PopenStream, which
+// reads a command line as a shell would, and the install directory may hold
+// blanks or other characters the shell reads.
 std::string shell_quoted(const std::string &path) {
     std::string quoted = "'";
     for (char c : path) {
@@ -66,9 +67,9 @@ const char *modinfo_path() {
     return stand_in(cache, "modinfo");
 }
 
-// The native ps, found through PATH like on Solaris.
+// The native ps, by its path: nothing chosen by an environment runs as root.
 const char *ps_path() {
-    return "ps";
+    return "/bin/ps";
 }
 
 } // namespace platform

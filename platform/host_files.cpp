@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <new>
 #include <unistd.h>
 
 namespace platform {
@@ -63,6 +64,20 @@ bool read_limited(const char *path, std::string &out, size_t limit, bool &trunca
     return true;
 }
 
+ssize_t read_retrying(void *cookie, char *buf, size_t size) {
+    ssize_t n;
+    do {
+        n = read(*static_cast<int *>(cookie), buf, size);
+    } while (n < 0 && errno == EINTR);
+    return n;
+}
+
+int close_cookie(void *cookie) {
+    const int rc = close(*static_cast<int *>(cookie));
+    delete static_cast<int *>(cookie);
+    return rc;
+}
+
 bool is_blank(char c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r';
 }
@@ -84,6 +99,22 @@ bool read_host_text(const char *path, std::string &out, size_t limit) {
 bool read_host_bytes(const char *path, std::string &out, size_t limit) {
     bool truncated;
     return read_limited(path, out, limit, truncated);
+}
+
+FILE *open_for_reading(const char *path) {
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return nullptr;
+    }
+    int *cookie = new (std::nothrow) int(fd);
+    FILE *fp = cookie ? fopencookie(cookie, "r", {read_retrying, nullptr, nullptr, close_cookie})
+                      : nullptr;
+    if (!fp) {
+        delete cookie;
+        close(fd);
+        errno = ENOMEM;
+    }
+    return fp;
 }
 
 std::vector<std::string_view> split_fields(std::string_view line) {

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <ctime>
 #include <string>
 #include <string_view>
@@ -22,6 +23,11 @@ bool read_host_text(const char *path, std::string &out, size_t limit = 16u << 20
 
 // Binary variant: at most limit bytes, nothing dropped.
 bool read_host_bytes(const char *path, std::string &out, size_t limit);
+
+// fopen(path, "r") (no host_path), except that a signal never cuts a read
+// short: stdio gives up on a read that returns EINTR, and a line read with
+// fgets would end there as if the file did.
+FILE *open_for_reading(const char *path);
 
 // Blank-separated fields of one line.
 std::vector<std::string_view> split_fields(std::string_view line);

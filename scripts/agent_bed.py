@@ -17,6 +17,7 @@ import collections
 import os
 import re
 import signal
+import socket
 import subprocess
 import sys
 import time
@@ -129,10 +130,46 @@ def table_rows(entry, column=None):
     return table
 
 
+def get_ms(oid, community=RO_COMMUNITY):
+    """One SNMPv2c GET of oid, without a tool's start-up: (milliseconds, the
+    reply's bytes). A reply ending in 80 00 is noSuchObject."""
+    def tlv(tag, body):
+        n = len(body)
+        return bytes([tag]) + (bytes([n]) if n < 128 else bytes([0x82, n >> 8, n & 255])) + body
+
+    def base128(n):
+        out = [n & 127]
+        while n > 127:
+            n >>= 7
+            out.insert(0, 128 | n & 127)
+        return bytes(out)
+    arcs = [int(x) for x in oid.split(".")]
+    name = bytes([40 * arcs[0] + arcs[1]]) + b"".join(base128(a) for a in arcs[2:])
+    pdu = tlv(0xa0, tlv(2, b"\1") + tlv(2, b"\0") * 2 +
+              tlv(0x30, tlv(0x30, tlv(6, name) + b"\5\0")))
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as s:
+        s.settimeout(10)
+        start = time.monotonic()
+        s.sendto(tlv(0x30, tlv(2, b"\1") + tlv(4, community.encode()) + pdu), (AGENT, 161))
+        reply = s.recv(65536)
+    return (time.monotonic() - start) * 1000, reply
+
+
 def set_(*triples, community=RW_COMMUNITY):
     """set_((oid, type letter, value), ...)"""
     args = [str(x) for triple in triples for x in triple]
     return parse_values(tool("snmpset", AGENT, *args, community=community))
+
+
+def hung_fuse_mount(path):
+    """A FUSE file system at path whose server never answers: every call on
+    it waits until the descriptor returned, which nobody reads, is closed
+    (then a lazy unmount)."""
+    os.makedirs(path, exist_ok=True)
+    fd = os.open("/dev/fuse", os.O_RDWR)
+    subprocess.run(["mount", "-t", "fuse.hung", "-o", "fd=%d,rootmode=40000,user_id=0,group_id=0"
+                    % fd, "hung", path], pass_fds=[fd], check=True)
+    return fd
 
 
 class Process:
@@ -170,7 +207,7 @@ class Bed:
     def __init__(self, build):
         self.daemon = os.path.join(build, "bin", "temhostd")
         self.master = self.trap_receiver = None
-        self.daemons, self.mounts = [], []
+        self.daemons, self.mounts, self.fuse_fds = [], [], []
 
     def fresh_host(self):
         """Empty state, configuration and run directories for this bed alone."""
@@ -182,6 +219,8 @@ class Bed:
         for p in [*self.daemons, self.master, self.trap_receiver]:
             if p:
                 p.stop()
+        for fd in self.fuse_fds:  # every call waiting on a hung mount returns
+            os.close(fd)
         for path in reversed(self.mounts):
             subprocess.run(["umount", "-l", path], check=False)
 
@@ -190,6 +229,11 @@ class Bed:
         os.makedirs(path, exist_ok=True)
         subprocess.run(["mount", "-t", "tmpfs", "-o", "size=%dm" % size_mb if size_mb
                         else "mode=0755", "tmpfs", path], check=True)
+        self.mounts.append(path)
+
+    def hang_mount(self, path):
+        """hung_fuse_mount, undone by close()."""
+        self.fuse_fds.append(hung_fuse_mount(path))
         self.mounts.append(path)
 
     def start_master(self, extra_conf="", base_conf=MASTER_CONF, probe_community=RO_COMMUNITY):

@@ -4,17 +4,22 @@ rows, figures, GETNEXT from any point, refusals, SETs and edits, and when
 each is rebuilt or sampled."""
 
 import os
+import re
 import shutil
+import signal
+import socket
 import subprocess
+import threading
 import time
 
 import pytest
 
-from conftest import (BUILD, ROOT, SOURCE, Process, check_walk_rebuilds, get, getnext, set_,
-                      set_error, table_rows, wait_for, walk)
+from conftest import (BUILD, PERSIST_FILE, ROOT, SOURCE, Process, check_walk_rebuilds, get,
+                      getnext, gets_in_usual_time, set_, set_error, table_rows, wait_for, walk)
 
 FS_TABLE, CPU_ENTRY, SW_TABLE = ROOT + ".2.4.1", ROOT + ".2.3.1.1", ROOT + ".2.7.2"
 FS_ENTRY, SW_ENTRY = FS_TABLE + ".1", SW_TABLE + ".1"
+TELNET = ROOT + ".2.2.5.0"
 DPKG_STATUS = "/var/lib/dpkg/status"
 WORKED_EXAMPLE = ("KYQtem", "Host agent for the platform", "7.9.0,REV=2007.11.15")
 
@@ -85,10 +90,82 @@ def test_rows_figures_order_getnext_and_refusals(bed):
 
 def test_polling_off_rebuilds_on_demand_at_most_every_ten_seconds(bed):
     bed.start_master()
-    bed.start_daemon()
+    d = bed.start_daemon()
     mount = "/mnt/late-%d"
     check_walk_rebuilds(10, lambda n: bed.mount_tmpfs(mount % n, 8),
                         lambda n: "tmpfs On " + mount % n in described(table_rows(FS_ENTRY, 2)))
+    bed.hang_mount("/mnt/hung")  # while the daemon runs: met by one rebuild, then skipped
+    wait_for(lambda: table_rows(FS_ENTRY, 2) and "/mnt/hung does not" in d.output(), 20, 1)
+    gets_in_usual_time(FS_ENTRY + ".3.0", 11)  # GETs rebuild on demand too
+    assert d.output().count("File system /mnt/hung does not answer within 250 ms") == 1
+
+
+def processes():
+    """(pid, parent, state, command line) of every process."""
+    for pid in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open("/proc/%s/stat" % pid) as f, open("/proc/%s/cmdline" % pid, "rb") as c:
+                stat = f.read().rsplit(")", 1)[1].split()
+                yield int(pid), int(stat[1]), stat[0], c.read()
+        except OSError:
+            pass
+
+
+def test_hung_mounts_and_a_stuck_ps_hold_nothing_up(bed):
+    """Polling every second: a mount that hangs from the start, a ps that
+    never ends (nor does what it starts), a second mount hanging later."""
+    write_db(("temhostd", "host agent", "1.0"))
+    with open("/etc/snmp/temhostd.conf", "w") as f:
+        f.write("softwareWatch agent temhostd process temhostd\n")
+    with open("/tmp/ps", "w") as f:
+        f.write("#!/bin/sh\nsleep 600 &\nwait\n")
+    os.chmod("/tmp/ps", 0o755)
+    subprocess.run(["mount", "--bind", "/tmp/ps", "/bin/ps"], check=True)
+    bed.mounts.append("/bin/ps")
+    bed.hang_mount("/mnt/hung-0")
+    bed.write_persistent("defaultPollFreq(sec) 1\n")
+    bed.start_master()
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sock:
+        sock.bind("/run/notify")
+        sock.settimeout(10)
+        start = time.monotonic()
+        d = bed.start_daemon(wait=False, wrapper=("env", "NOTIFY_SOCKET=/run/notify"))
+        assert sock.recv(256) == b"READY=1" and time.monotonic() - start < 3
+    bed.wait_daemon(d)
+    status = lambda: table_rows(SW_ENTRY, 2)[1][2].int
+    sleeps = lambda: [p for p, _, state, cmd in processes()
+                      if cmd == b"sleep\0600\0" and state != "Z"]
+    for _ in range(4):
+        assert status() == 1, "no process list, no answer"
+        assert len(sleeps()) <= 1, "each killed with its script"
+        assert all(state != "Z" for _, parent, state, _ in processes() if parent == d.pid)
+        time.sleep(1)
+    subprocess.run(["umount", "/bin/ps"], check=True)
+    bed.mounts.remove("/bin/ps")
+    wait_for(lambda: status() == 2, what="ps back")
+    assert sleeps() == []
+    assert re.findall(r"Command /bin/ps .*? (did not finish within 500 ms|finishes in time again)",
+                      d.output()) == ["did not finish within 500 ms", "finishes in time again"]
+
+    def threads():
+        with open("/proc/%d/status" % d.pid) as f:
+            return int(re.search(r"Threads:\s+(\d+)", f.read()).group(1))
+    seen = set()
+    for _ in range(10):  # rebuilds
+        seen.add(threads())
+        gets_in_usual_time(FS_ENTRY + ".3.0", 1)
+    assert len(seen) == 1, "no thread per rebuild"
+    bed.hang_mount("/mnt/hung-1")
+    wait_for(lambda: "/mnt/hung-1 does not" in d.output(), what="the second hang")
+    gets_in_usual_time(FS_ENTRY + ".3.0", 3)
+    assert threads() == seen.pop() + 1, "one more waits in its call"
+    assert not [x for x in described(table_rows(FS_ENTRY, 2)) if "hung" in x]
+    stopping = time.monotonic()
+    assert d.stop() == 255 and time.monotonic() - stopping < 2, "the calls are not waited for"
+    out = d.output()
+    assert "Stopping " in out and "Lost the AgentX" not in out
+    assert [out.count("File system /mnt/hung-%d does not" % i) for i in (0, 1)] == [1, 1]
+    assert "defaultPollFreq(sec) 1" in open(PERSIST_FILE).read().splitlines()
 
 
 def cpu_rows():
@@ -104,11 +181,25 @@ def cpu_rows():
 
 
 def test_rows_refusals_and_the_first_averages(bed):
+    # Rebuilt every second and reloaded (SIGHUP) every 2 ms: no signal cuts
+    # a program's output short, so software rows, telnet and processor
+    # states (the busy one's load) never change.
+    write_db(WORKED_EXAMPLE, ("VORlynx3", "network driver", "4.0"))
+    bed.write_persistent("defaultPollFreq(sec) 1\n")
     bed.start_master()
     cpu = max(os.sched_getaffinity(0))
     busy = subprocess.Popen(["taskset", "-c", str(cpu), "sh", "-c", "while :; do :; done"])
+    calm, telnet = threading.Event(), socket.socket()
     try:
+        telnet.bind(("127.0.0.1", 23))
+        telnet.listen(1)
         daemon = bed.start_daemon()
+
+        def storm():
+            while not calm.wait(0.002):
+                os.kill(daemon.pid, signal.SIGHUP)
+        threading.Thread(target=storm).start()
+        rows = names()
         ready = time.monotonic()
         table = cpu_rows()
         assert all(a == [-1, -1, -1, -1] for a in table.values()), "nothing sampled yet"
@@ -121,13 +212,16 @@ def test_rows_refusals_and_the_first_averages(bed):
         # (with a 15 s period that would be 30 s); the longer averages wait
         # out their whole span.
         def averaged():
-            rows = cpu_rows()
-            return all(a[0] >= 0 for a in rows.values()) and rows
+            assert (names(), get(TELNET).int) == (rows, 2)
+            loads = cpu_rows()
+            return all(a[0] >= 0 for a in loads.values()) and loads
         loads = wait_for(averaged, timeout=40, interval=0.5, what="the first 1-minute averages")
         assert time.monotonic() - ready < 26
         assert all(0 <= one <= 100 and longer == [-1, -1, -1] for one, *longer in loads.values())
         assert loads[cpu][0] >= 80, "the busy processor: %r" % loads
     finally:
+        calm.set()
+        telnet.close()
         busy.kill()
         busy.wait()
     assert "Orbeline Host Agent:-" not in daemon.output(), "no sample failed"

@@ -2,6 +2,7 @@
 // The platform layer: kernel statistics, the mount table, SMBIOS, the command
 // stand-ins and how programs are started.
 #include <csignal>
+#include <fcntl.h>
 #include <fnmatch.h>
 #include <sstream>
 #include <string>
@@ -12,7 +13,9 @@
 #include <gtest/gtest.h>
 
 #include "interface/KyOrblKstat_routines.h"
+#include "platform/commands.h"
 #include "platform/mnttab.h"
+#include "platform/offloop.h"
 #include "platform/popen_stream.h"
 #include "platform/smbios.h"
 #include "platform/standins.h"
@@ -191,43 +194,98 @@ TEST(PlatformStandins, ModinfoListsWellFormedModuleLines) {
               platform::modinfo_listing(in));
 }
 
-// Lines without shell syntax run directly (the daemon is the parent), the
-// rest through the shell; either way the program starts with nothing
-// blocked and SIGPIPE at its default, whatever the daemon holds.
-TEST(PlatformPopen, PlainLinesRunWithoutAShellAndChildrenStartUnblocked) {
+// Programs get descriptors 0 to 2 only and the fixed environment, so the
+// caller's PATH chooses nothing; nothing blocked and SIGPIPE at its default.
+// An absolute program without shell syntax runs directly (the daemon is its
+// parent), the rest through the shell.
+TEST(PlatformPopen, OnlyStdioTheFixedEnvironmentAndUnblockedSignals) {
+    ScratchDir dir;
+    dir.command("cat", "fake\n");
+    const std::string path = getenv("PATH");
+    setenv("PATH", dir.path.c_str(), 1);
+    const int stray = open("/dev/null", O_RDONLY); // not close-on-exec
     sigset_t term, saved;
     sigemptyset(&term);
     sigaddset(&term, SIGTERM);
     sigprocmask(SIG_BLOCK, &term, &saved);
     void (*saved_pipe)(int) = signal(SIGPIPE, SIG_IGN);
-    const std::string me = "PPid:\t" + std::to_string(getpid()) + "\n";
+    const auto run = [](const char *command, int status = 0) {
+        platform::PopenStream p(command);
+        std::string out;
+        EXPECT_TRUE(p.read_all(out)) << command;
+        EXPECT_EQ(status, WEXITSTATUS(p.close())) << command;
+        return out;
+    };
+    EXPECT_EQ("0\n1\n2\n", run("ls /proc/$$/fd; true"));
+    EXPECT_EQ("PATH=/usr/sbin:/usr/bin:/sbin:/bin\nLC_ALL=C\n", run("/usr/bin/env"));
+    run("/no/such/program", 127);
     const auto mask = [](const std::string &out, const char *field) {
         const size_t at = out.find(field);
         return at == std::string::npos ? ~0ull : std::stoull(out.substr(at + 8), nullptr, 16);
     };
-    const struct {
-        const char *command;
-        bool direct;
-        int status;
-    } runs[] = {{"cat /proc/self/status", true, 0},
-                {"cat /proc/self/status | cat", false, 0},
-                {"/no/such/program", false, 127}};
-    for (const auto &r : runs) {
-        platform::PopenStream p(r.command);
-        ASSERT_TRUE(p.ok()) << r.command;
-        std::string out;
-        char line[256];
-        while (p.read_line(line, sizeof(line)))
-            out += line;
-        EXPECT_EQ(r.status, WEXITSTATUS(p.close())) << r.command;
-        if (r.status == 0) {
-            EXPECT_EQ(r.direct, out.find(me) != std::string::npos) << r.command;
-            EXPECT_EQ(0u, mask(out, "SigBlk:") & (1u << (SIGTERM - 1))) << r.command;
-            EXPECT_EQ(0u, mask(out, "SigIgn:") & (1u << (SIGPIPE - 1))) << r.command;
-        }
+    const std::string me = "PPid:\t" + std::to_string(getpid()) + "\n";
+    for (const char *command : {"/bin/cat /proc/self/status", "cat /proc/self/status | cat"}) {
+        const std::string out = run(command);
+        EXPECT_EQ(command[0] == '/', out.find(me) != std::string::npos) << command;
+        EXPECT_EQ(0u, mask(out, "SigBlk:") & (1u << (SIGTERM - 1))) << command;
+        EXPECT_EQ(0u, mask(out, "SigIgn:") & (1u << (SIGPIPE - 1))) << command;
     }
     signal(SIGPIPE, saved_pipe);
     sigprocmask(SIG_SETMASK, &saved, nullptr);
+    close(stray);
+    setenv("PATH", path.c_str(), 1);
+}
+
+// Not running any more: gone, or a zombie for its new parent to reap.
+bool ended(pid_t pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string line;
+    return !std::getline(stat, line) || line.substr(line.rfind(')') + 2, 1) == "Z";
+}
+
+size_t open_fds() {
+    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                                             std::filesystem::directory_iterator()));
+}
+
+// Past its deadline a program is killed with all it started and reaped;
+// no descriptor is left. The command is logged stuck once, however often it
+// misses, and once more when a run ends in time again.
+TEST(PlatformPopen, DeadlineKillsTheGroupReapsAndLogsOnceEachWay) {
+    static std::vector<std::string> notices;
+    platform::set_notice_sink([](int, const char *line) { notices.push_back(line); });
+    ScratchDir dir;
+    dir.command("psrinfo", "");
+    dir.write("psrinfo", "#!/bin/sh\necho $$ >\"$0.pids\"\n[ -e \"$0.hangs\" ] || exit 0\n"
+                         "sleep 60 & echo $! >>\"$0.pids\"\nwait\n");
+    const size_t fds = open_fds();
+    for (bool hangs : {true, true, false}) {
+        if (hangs)
+            dir.write("psrinfo.hangs", "");
+        else
+            std::filesystem::remove(dir.path + "/psrinfo.hangs");
+        const int64_t start = platform::monotonic_ms();
+        platform::PopenStream p(platform::psrinfo_path(), 100);
+        std::string out;
+        EXPECT_EQ(!hangs, p.read_all(out));
+        p.close();
+        EXPECT_LT(platform::monotonic_ms() - start, 1000);
+        std::ifstream pids(dir.path + "/psrinfo.pids");
+        for (pid_t pid; pids >> pid;) {
+            for (int i = 0; i < 100 && !ended(pid); ++i)
+                usleep(10000);
+            EXPECT_TRUE(ended(pid)) << pid;
+        }
+        errno = 0;
+        EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG));
+        EXPECT_EQ(ECHILD, errno) << "reaped";
+    }
+    EXPECT_EQ(fds, open_fds());
+    ASSERT_EQ(2u, notices.size());
+    const std::string command = std::string("Command ") + platform::psrinfo_path();
+    EXPECT_EQ(0u, notices[0].find(command + " did not finish within 100 ms")) << notices[0];
+    EXPECT_EQ(command + " finishes in time again\n", notices[1]);
+    platform::set_notice_sink(nullptr);
 }
 
 } // namespace
