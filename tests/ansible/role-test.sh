@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
 # The Ansible role on a systemd-booted Debian bookworm: a throwaway overlay
-# of scripts/bookworm-image.sh's tree under systemd-nspawn, loopback only,
+# of scripts/debian-image.sh bookworm's tree under systemd-nspawn, loopback only,
 # driven from this host through the container's namespaces (nsenter.py).
 # Check mode on the fresh container changes nothing; the first run installs
 # the .deb copied from here (snmpd and procps from the container's apt
@@ -19,7 +19,7 @@ fail() { echo "role-test: FAIL: $*" >&2; exit 1; }
 if [ "${TEMHOSTD_ROLE_TEST_INSIDE:-}" != 1 ]; then
     set -- "$1"/temhostd_*.deb
     [ $# -eq 1 ] && [ -f "$1" ] || fail "want exactly one temhostd_*.deb"
-    image=$("$here/../../scripts/bookworm-image.sh") # out here: it may download, and it stays
+    image=$("$here/../../scripts/debian-image.sh" bookworm) # out here: it may download, and it stays
     export TEMHOSTD_ROLE_TEST_INSIDE=1
     exec "$here/../../scripts/in-private-host.sh" "$0" "$(realpath "$1")" "$image"
 fi
