@@ -243,16 +243,15 @@ def exporter_module(exporter):
 def monitor_programs(root):
     """(prometheus argv, exporter path) of the Debian tree at root, or of
     this host (root ""). Debian's prometheus serves /classic/static from
-    /usr/share/prometheus/web, whose links lead to /usr/share/javascript: a
-    tree's Prometheus runs with the tree's own assets bound there, in a
-    mount namespace of its own."""
+    /usr/share/prometheus/web, whose links lead through /usr/share/javascript
+    to /usr/share/nodejs: a tree's Prometheus runs with the tree's
+    /usr/share bound there, in a mount namespace of its own."""
     exporter = root + "/usr/bin/prometheus-snmp-exporter" if root else "prometheus-snmp-exporter"
     if not root:
         return ["prometheus"], exporter
-    binds = " && ".join('mount --bind "$0/usr/share/%s" /usr/share/%s' % (d, d)
-                        for d in ("prometheus", "javascript"))
     return (["unshare", "--mount", "--propagation", "private", "--", "sh", "-c",
-             binds + ' && exec "$0/usr/bin/prometheus" "$@"', root], exporter)
+             'mount --bind "$0/usr/share" /usr/share && exec "$0/usr/bin/prometheus" "$@"', root],
+            exporter)
 
 
 def derived_alerts(path, duration):
