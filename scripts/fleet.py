@@ -231,6 +231,13 @@ class Host:
         self.stat.close()
 
 
+def debian13_tools():
+    """The root of the Debian 13 tree of tools. Built beforehand (the
+    tests' ctest fixture): a private host has no network to build it."""
+    return subprocess.run([os.path.join(SOURCE, "scripts", "debian13-tools.sh")],
+                          capture_output=True, text=True, check=True).stdout.strip()
+
+
 def exporter_module(exporter):
     """The module file for this exporter program: snmp_exporter 0.21
     (Debian 12's) keeps the credentials in its modules, later ones apart."""

@@ -8,12 +8,11 @@ version."""
 
 import os
 import re
-import subprocess
 import urllib.error
 import urllib.request
 
 from conftest import ROOT, SOURCE, Process, get, octets, table_rows, wait_for
-from fleet import exporter_module
+from fleet import debian13_tools, exporter_module
 
 CONTRIB = os.path.join(SOURCE, "contrib", "prometheus")
 FS, CPU, SW = ROOT + ".2.4.1.1", ROOT + ".2.3.1.1", ROOT + ".2.7.2.1"
@@ -57,8 +56,7 @@ def test_scrape_equals_snmp(bed):
     bed.write_persistent("defaultPollFreq(sec) 900\n")
     bed.start_master("rocommunity public 127.0.0.1\n")  # the module's community
     bed.start_daemon()
-    tree = subprocess.run([os.path.join(SOURCE, "scripts", "debian13-tools.sh")],
-                          capture_output=True, text=True, check=True).stdout.strip()
+    tree = debian13_tools()
     exporters = {}  # listening address: exporter
     for i, program in enumerate(("prometheus-snmp-exporter",
                                  tree + "/usr/bin/prometheus-snmp-exporter")):

@@ -22,8 +22,7 @@ import urllib.request
 import pytest
 
 from conftest import BUILD, wait_for
-from fleet import APP, PROMETHEUS, SPOOL, Fleet
-from agent_bed import SOURCE
+from fleet import APP, PROMETHEUS, SPOOL, Fleet, debian13_tools
 
 CHROMIUM = ["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
             "--no-first-run", "--disable-background-networking", "--disable-component-update",
@@ -163,6 +162,4 @@ def test_alerts_name_the_host_at_fault_and_the_pages_render():
 
 
 def test_alerts_and_pages_with_debian13_prometheus():
-    tools = subprocess.run([os.path.join(SOURCE, "scripts", "debian13-tools.sh")],
-                           capture_output=True, text=True, check=True).stdout.strip()
-    check_fleet(tools, "fleet-debian13")
+    check_fleet(debian13_tools(), "fleet-debian13")
