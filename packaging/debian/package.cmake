@@ -20,12 +20,14 @@ foreach(doc ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian ${CMAKE_SOURCE_DIR}/REA
 endforeach()
 add_custom_target(temhostd_docs ALL DEPENDS ${deb_docs})
 install(FILES ${deb_dir}/copyright ${deb_docs} DESTINATION ${deb_doc_dir})
-# The exporter module, the rules and the console pages, uncompressed so
-# that they copy and serve as they are. Named one by one: a file placed
-# beside them (a test, a draft) ships only once it is listed here.
+# The exporter module (snmp.yml for snmp_exporter 0.23 and later,
+# snmp-0.21.yml for Debian 12's 0.21), the rules and the console pages,
+# uncompressed so that they copy and serve as they are. Named one by one: a
+# file placed beside them (a test, a draft) ships only once it is listed here.
 set(contrib ${CMAKE_SOURCE_DIR}/contrib)
-install(FILES ${contrib}/prometheus/snmp.yml ${contrib}/prometheus/temhostd-rules.yml
-  ${contrib}/prometheus/temhostd-alerts.yml DESTINATION ${deb_doc_dir}/examples)
+install(FILES ${contrib}/prometheus/snmp.yml ${contrib}/prometheus/snmp-0.21.yml
+  ${contrib}/prometheus/temhostd-rules.yml ${contrib}/prometheus/temhostd-alerts.yml
+  DESTINATION ${deb_doc_dir}/examples)
 install(FILES ${contrib}/prometheus/consoles/temhostd.lib
   ${contrib}/prometheus/consoles/temhostd-fleet.html ${contrib}/prometheus/consoles/temhostd-host.html
   DESTINATION ${deb_doc_dir}/examples/consoles)
