@@ -39,6 +39,10 @@ std::string g_mode = "fs";
     finish(r);
 }
 
+std::string no_answer(const std::string &where, int timeout) {
+    return "no answer from " + where + " within " + std::to_string(timeout) + " s";
+}
+
 // Written from the SIGALRM handler: ready before the alarm is set.
 char g_timeout_line[512];
 
@@ -224,7 +228,7 @@ check::Thresholds thresholds(const Options &o, const char *warn, const char *cri
 // One SNMP session; every failure ends the run with UNKNOWN.
 class Agent {
   public:
-    explicit Agent(const Options &o) : where_(o.host + ":" + o.port) {
+    explicit Agent(const Options &o) : where_(o.host + ":" + o.port), timeout_(o.timeout) {
         netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_READ_CONFIGS, 1);
         netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE, 1);
         netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_QUICK_PRINT, 1);
@@ -240,7 +244,6 @@ class Agent {
         s.retries = 1;
         s.timeout = o.timeout * 1000000L / 2;
         if (o.version == "3") {
-            v3_ = true;
             setup_v3(o, &s);
         } else {
             s.version = o.version == "1" ? SNMP_VERSION_1 : SNMP_VERSION_2c;
@@ -346,7 +349,7 @@ class Agent {
         if (reply)
             replies_.push_back(reply);
         if (status == STAT_TIMEOUT)
-            unknown("no answer from " + where_ + " (" + (v3_ ? "SNMPv3" : "SNMP") + ")");
+            unknown(no_answer(where_, timeout_)); // as the alarm says it
         if (status != STAT_SUCCESS)
             unknown(std::string("SNMP request to ") + where_ +
                     " failed: " + snmp_api_errstring(handle_->s_snmp_errno));
@@ -404,7 +407,8 @@ class Agent {
     }
 
     std::string where_;
-    bool v1_ = false, v3_ = false;
+    int timeout_;
+    bool v1_ = false;
     netsnmp_session *handle_ = nullptr;
     std::vector<netsnmp_pdu *> replies_;
 };
@@ -465,8 +469,7 @@ check::Result run(const Options &o) {
 int main(int argc, char **argv) {
     Options o = parse_options(argc, argv);
     check::Result late;
-    late.text =
-        "no answer from " + o.host + ":" + o.port + " within " + std::to_string(o.timeout) + " s";
+    late.text = no_answer(o.host + ":" + o.port, o.timeout);
     std::snprintf(g_timeout_line, sizeof g_timeout_line, "%s\n", late.line(g_mode).c_str());
     struct sigaction sa = {};
     sa.sa_handler = on_alarm;

@@ -30,10 +30,9 @@ std::string fixed(double v) {
     return buf;
 }
 
+// Of OK, WARNING and CRITICAL, the verdicts on single figures.
 State worse(State a, State b) {
-    // UNKNOWN ranks below CRITICAL but above WARNING, as the guidelines order them
-    static const int rank[] = {0, 1, 3, 2};
-    return rank[a] >= rank[b] ? a : b;
+    return std::max(a, b);
 }
 
 std::string perf_pct(const std::string &label, double v, const Thresholds &t) {
