@@ -200,7 +200,7 @@ Options parse_options(int argc, char **argv) {
     if (g_mode != "fs" && g_mode != "cpu" && g_mode != "software" && g_mode != "status" &&
         g_mode != "memory") {
         std::string m = g_mode;
-        g_mode = "temhostd";
+        g_mode = "";
         unknown("unknown mode '" + m + "' (fs, cpu, software, status or memory)");
     }
     if (o.version != "1" && o.version != "2c" && o.version != "3")

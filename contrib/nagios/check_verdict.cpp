@@ -112,7 +112,9 @@ State Thresholds::judge(double value) const {
 }
 
 std::string Result::line(const std::string &mode) const {
-    std::string head = "TEMHOSTD ";
+    std::string head = "TEMHOSTD";
+    if (!mode.empty())
+        head += ' ';
     for (char c : mode)
         head += static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
     // The text part may hold names from the host: no line breaks, no "|".

@@ -177,5 +177,6 @@ TEST(CheckVerdict, StatusLineKeepsItsShape) {
     Result r{WARNING, "a|b\nc", "'x'=1"};
     EXPECT_EQ(r.line("fs"), "TEMHOSTD FS WARNING - a/b?c | 'x'=1");
     EXPECT_EQ(Result{}.line("memory"), "TEMHOSTD MEMORY UNKNOWN - ");
+    EXPECT_EQ(Result{}.line(""), "TEMHOSTD UNKNOWN - ");
     EXPECT_EQ(mount_point("/dev/sda1 On /srv/a On b"), "/srv/a On b");
 }
