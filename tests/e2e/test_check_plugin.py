@@ -161,6 +161,9 @@ def test_icinga2_runs_the_shipped_check_command_and_apply_rules(bed):
     try:
         changed = lambda to: re.search(r"Checkable 'bed!temhostd-software' hard state change "
                                        r"from \w+ to %s detected" % to, icinga.output())
+        ran = lambda: set(re.findall(r"PID \d+ \((.*check_temhostd.*)\) terminated",
+                                     icinga.output()))
+        wait_for(lambda: len(ran()) == 6, 60, 0.2, "each service's first check")
         wait_for(lambda: changed("OK"), 60, 0.2, "the software service OK")
         orderd.stop()
         wait_for(lambda: changed("CRITICAL"), 60, 0.2, "the software service CRITICAL")
