@@ -73,7 +73,8 @@ def test_every_mode_through_the_master_with_snmpv2c_and_snmpv3(bed):
         3, "TEMHOSTD FS UNKNOWN - no file system mounted on /nowhere")
 
     assert check("-m", "software") == (
-        0, "TEMHOSTD SOFTWARE OK - 2 watched packages running | 'running'=2;;;0 'not_running'=0;;;0")
+        0, "TEMHOSTD SOFTWARE OK - 2 watched packages running"
+        " | 'running'=2;;;0 'not_running'=0;;;0")
     assert check(*V3, "-m", "status", community=[]) == (
         1, "TEMHOSTD STATUS WARNING - overall condition degraded: MIB 6 degraded"
         " | 'condition'=3;;;1;4")
@@ -146,7 +147,8 @@ def test_icinga2_runs_the_shipped_check_command_and_apply_rules(bed):
                 "object Host \"bed\" {\n  check_command = \"dummy\"\n  address = \"127.0.0.1\"\n"
                 "  vars.temhostd = true\n  vars.temhostd_community = \"meadow\"\n"
                 "  vars.temhostd_fs[\"/mnt/spool\"] = { temhostd_warning = \"85\" }\n}\n"
-                "object Host \"other\" {\n  check_command = \"dummy\"\n  address = \"127.0.0.1\"\n}\n"
+                "object Host \"other\" {\n  check_command = \"dummy\"\n"
+                "  address = \"127.0.0.1\"\n}\n"
                 % (json.dumps(os.path.dirname(PLUGIN)),
                    json.dumps(os.path.join(SOURCE, "contrib", "icinga2", "temhostd.conf"))))
     defines = ["-DRunAsUser=root", "-DRunAsGroup=root", "-DCacheDir=" + dirs["cache"],
