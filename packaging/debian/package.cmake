@@ -31,6 +31,7 @@ install(FILES ${contrib}/prometheus/snmp.yml ${contrib}/prometheus/snmp-0.21.yml
 install(FILES ${contrib}/prometheus/consoles/temhostd.lib
   ${contrib}/prometheus/consoles/temhostd-fleet.html ${contrib}/prometheus/consoles/temhostd-host.html
   DESTINATION ${deb_doc_dir}/examples/consoles)
+install(FILES ${contrib}/icinga2/temhostd.conf DESTINATION ${deb_doc_dir}/examples/icinga2)
 foreach(mib ${TEMHOSTD_BASE_MIB_FILES})
   if(NOT EXISTS ${mib})
     message(FATAL_ERROR "${mib} is missing: run scripts/base-mibs.sh ${TEMHOSTD_BASE_MIBS}")
@@ -43,7 +44,8 @@ install(FILES ${deb_dir}/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/
 # no compiler identification comments. Runs after every program is installed.
 install(CODE [[
   file(GLOB_RECURSE programs $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/sbin/*
-       $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/libexec/temhostd/*)
+       $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/libexec/temhostd/*
+       $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/lib/nagios/plugins/*)
   foreach(program ${programs})
     execute_process(COMMAND strip --remove-section=.comment --remove-section=.note
                             --strip-unneeded ${program} COMMAND_ERROR_IS_FATAL ANY)
@@ -74,7 +76,8 @@ enterprise's agents and operator texts that raise traps when set.
 .
 The package installs a systemd unit that starts the daemon after snmpd,
 and an snmpd drop-in that lets the daemon's own local queries read the
-enterprise subtree, and nothing more.")
+enterprise subtree, and nothing more. The check plugin check_temhostd
+lets Icinga, Nagios and Naemon check such hosts through their snmpd.")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${deb_dir}/postinst ${deb_dir}/prerm ${deb_dir}/postrm ${deb_dir}/conffiles)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
