@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "mib-extns/mib_registration.h"
 
+#include "temhostd.h"
+
 #include <cstdint>
 #include <cstring>
 
@@ -268,4 +270,17 @@ int serve_date(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *reques
     snmp_set_var_typed_value(request->requestvb, ASN_OCTET_STR, buf,
                              strnlen(reinterpret_cast<const char *>(buf), size));
     return SNMP_ERR_NOERROR;
+}
+
+static std::vector<std::string> s_stored_lines;
+
+void store_persistent_line(const char *line) {
+    read_config_store(APPL_NAME, line);
+    s_stored_lines.emplace_back(line);
+}
+
+std::vector<std::string> take_stored_lines(void) {
+    std::vector<std::string> lines;
+    lines.swap(s_stored_lines);
+    return lines;
 }

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 #include <ctime>
+#include <string>
+#include <vector>
 
 #include "interface/debug.h"
 #include "interface/net_snmp.h"
@@ -178,3 +180,11 @@ size_t length_before_line_end(const char *text);
 // the first zero octet; a null field sends nothing. Other modes: genErr.
 int serve_date(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request, u_char *buf,
                const char *field);
+
+// Writes one line of the daemon's into the persistent file (the library's
+// read_config_store) and remembers it, so that the daemon can read back
+// after the final store whether the file holds it: the library reports no
+// failed write.
+void store_persistent_line(const char *line);
+// The lines written since the last call, in order; the list is emptied.
+std::vector<std::string> take_stored_lines(void);
