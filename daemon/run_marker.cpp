@@ -16,6 +16,14 @@
 #include "interface/net_snmp.h"
 #include "mib-extns/mib_registration.h"
 
+// The library's own lines of the last store, noted while it stores: the
+// engine ID is gone once the library has shut down.
+static std::vector<std::string> s_library_lines;
+// Whether the directory took a write as the store began (0) or why not.
+// Asked then, because the library frees the old file's space at its end.
+static int s_store_errno = 0;
+static std::string s_probe_path;
+
 static std::string marker_in(const char *dir) {
     return std::string(dir) + "/temhostd.running";
 }
@@ -42,10 +50,10 @@ bool run_marker_present(const char *dir) {
     return file_exists(marker_in(dir).c_str());
 }
 
-static void note_stores(void);
+static void note_stores(const char *dir);
 
 void mark_run_started(const char *dir) {
-    note_stores();
+    note_stores(dir);
     mkdir(dir, 0700); // the library would make it only at its first store
     const std::string marker = marker_in(dir);
     int fd = open(marker.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
@@ -199,6 +207,9 @@ static int check_store(const char *path, const std::vector<std::string> &stored)
     if (missing.empty()) {
         return 0;
     }
+    if (s_store_errno != 0) {
+        return s_store_errno;
+    }
     const std::string probe = std::string(path) + ".probe";
     const int err = write_file_durably(probe, missing);
     unlink(probe.c_str());
@@ -243,11 +254,13 @@ bool end_run(const RunFiles &files, const std::vector<std::string> &stored, int 
     return true;
 }
 
-// The library's own lines of the last store, noted while it stores: the
-// engine ID is gone once the library has shut down.
-static std::vector<std::string> s_library_lines;
-
+// Runs first in each store (registered before any other store callback),
+// after the library has started the new file.
 static int note_library_lines(int, int, void *, void *) {
+    if (!s_probe_path.empty()) {
+        s_store_errno = write_file_durably(s_probe_path, std::string(4096, '\n'));
+        unlink(s_probe_path.c_str());
+    }
     s_library_lines.clear();
     s_library_lines.push_back("engineBoots " + std::to_string(snmpv3_local_snmpEngineBoots()));
     u_char id[SNMP_MAXBUF_SMALL];
@@ -260,8 +273,9 @@ static int note_library_lines(int, int, void *, void *) {
     return SNMPERR_SUCCESS;
 }
 
-static void note_stores(void) {
+static void note_stores(const char *dir) {
     static bool noted = false;
+    s_probe_path = std::string(dir) + "/temhostd.conf.probe";
     if (!noted) {
         snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_STORE_DATA, note_library_lines,
                                nullptr);

@@ -165,8 +165,10 @@ int check_text_value(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *
 // "TOKEN value": OCTET STRING (else wrongType) of min_len to max_len octets
 // (else wrongLength) holding no CR or LF (else badValue). A line end would
 // end the line early and start lines of the writer's choosing, which the
-// library reads back as configuration at the next start. Logs under token
-// on refusal (no token: no debug lines).
+// library reads back as configuration at the next start. Nor anything else
+// the file cannot carry as it is (else badValue): a blank (space, tab,
+// vertical tab, form feed) first or last, a '#' first, a NUL. Logs under
+// token on refusal (no token: no debug lines).
 int check_stored_text(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request,
                       size_t min_len, size_t max_len, const char *token);
 
