@@ -194,8 +194,6 @@ void SwCheckRefresh::start_ahead(int check) {
     });
 }
 
-// The checks run inside the library's callbacks: memory running out while
-// a list is held reads as "cannot tell".
 namespace {
 
 // A command's output, from the refresh's memo or taken now into once.
@@ -231,6 +229,8 @@ int look_for_script(const CommandOutput &names, std::string_view name) {
 
 } // namespace
 
+// The checks run inside the library's callbacks: memory running out while
+// a list is held reads as "cannot tell".
 int sw_check(int check, const char *exe) {
     return platform::c_call(SWVER_STATUS_UNKNOWN, [&] {
         CommandOutput once;
