@@ -175,7 +175,8 @@ static void AssertSingleInstance(const char *pidFile) {
 
     if (unclean_previous_stop) {
         // The last run died after the library had emptied the persistent
-        // file: go back to the copy saved at that run's start.
+        // file, or its final store failed: go back to the copy saved at
+        // that run's start.
         roll_back_to_saved_copy(RUN_FILES);
     } else {
         if (file_exists(PERSIST_SAVED_COPY)) {

@@ -28,18 +28,14 @@ static std::string marker_in(const char *dir) {
     return std::string(dir) + "/temhostd.running";
 }
 
-static void sync_path(const char *path, int flags) {
-    int fd = open(path, O_RDONLY | O_CLOEXEC | flags);
+// Makes what was done in the directory so far (links, renames, removals)
+// survive a power loss from here on.
+static void sync_dir(const char *dir) {
+    int fd = open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd >= 0) {
         fsync(fd);
         close(fd);
     }
-}
-
-// Makes what was done in the directory so far (links, renames, removals)
-// survive a power loss from here on.
-static void sync_dir(const char *dir) {
-    sync_path(dir, O_DIRECTORY);
 }
 
 static bool file_exists(const char *path) {
