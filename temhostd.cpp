@@ -53,6 +53,8 @@
 #define PERSIST_SAVED_COPY PERSIST_DIR "/temhostd.conf.saf"
 #define FILE_LOG_PATH "/var/log/snmpd.log"
 
+static const RunFiles RUN_FILES = {PERSIST_DIR, PID_FILE, PERSIST_FILE, PERSIST_SAVED_COPY};
+
 static volatile sig_atomic_t keep_running = 1; // cleared by the SIGTERM/SIGINT handler
 static int do_fork = 0;
 static int do_syslog = 0;
@@ -103,13 +105,6 @@ static void PrintVersionInfo(void) {
 
 static int isCurrentUserRoot(void) {
     return getuid() == 0 ? 1 : 0;
-}
-
-static int UnlinkPidfile(const char *pidFile) {
-    if (!pidFile) {
-        return 0;
-    }
-    return unlink(pidFile);
 }
 
 static void wake_main_loop(void) {
@@ -180,13 +175,9 @@ static void AssertSingleInstance(const char *pidFile) {
 
     if (unclean_previous_stop) {
         // The last run died after the library had emptied the persistent
-        // file: go back to the copy saved at that run's start.
-        if (file_exists(PERSIST_SAVED_COPY)) {
-            unlink(PERSIST_FILE);
-            if (link(PERSIST_SAVED_COPY, PERSIST_FILE) != 0) {
-                // Nothing better to fall back on; the library starts afresh.
-            }
-        }
+        // file, or its final store failed: go back to the copy saved at
+        // that run's start.
+        roll_back_to_saved_copy(RUN_FILES);
     } else {
         if (file_exists(PERSIST_SAVED_COPY)) {
             unlink(PERSIST_SAVED_COPY);
@@ -203,25 +194,6 @@ static void closeAgt(void) {
     erase_fs_container();
     cleanup_cpustat_chain();
     cleanup_swver_list();
-}
-
-// Called only once the final store has written the persistent file. Until
-// then the marker and the pid file mark the run unclean and the saved copy
-// still holds the values read at start: a stop killed halfway through the
-// store is rolled back at the next start instead of losing every stored
-// value. The stored file reaches the disk before the marks go, and the marks
-// go before the saved copy, so a kill or a power loss between any two steps
-// leaves either a rollback or a clean start that links the new file anew.
-static void forget_run_files(void) {
-    mark_run_ended(PERSIST_DIR, PERSIST_FILE);
-    UnlinkPidfile(PID_FILE);
-    if (file_exists(PERSIST_SAVED_COPY)) {
-        unlink(PERSIST_SAVED_COPY);
-    }
-    if (s_pid_fd >= 0) {
-        close(s_pid_fd); // releases the lock: the run is over
-        s_pid_fd = -1;
-    }
 }
 
 // Hands one option that belongs to the library's parser to it. The
@@ -473,7 +445,7 @@ int temhostd_main(int argc, char **argv) {
     snmp_shutdown(APPL_NAME);
     // Last: the final store above reads the host GUID from the record.
     erase_sysstat_info();
-    forget_run_files();
+    end_run(RUN_FILES, lines_of_last_store(), &s_pid_fd);
     // The stop signal interrupts the loop's wait, which then reports -1
     // (status 255). When it lands between two waits the wake pipe ends the
     // next one with an event count instead; a stop always reports -1, so

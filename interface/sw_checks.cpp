@@ -96,6 +96,38 @@ bool names_process(std::string_view line, std::string_view name) {
     return slash != std::string_view::npos && path.substr(slash + 1) == name;
 }
 
+// The kernel keeps a process's command name to this many characters.
+constexpr size_t COMM_MAX = 15;
+
+// The file name of a path: what follows its last '/'.
+std::string_view file_name(std::string_view path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string_view::npos ? path : path.substr(slash + 1);
+}
+
+// A line of the argument listing (the command name padded to NAME_WIDTH,
+// a blank, the arguments) of a script named name started through its "#!"
+// line: the kernel names such a process after the script, cut to
+// COMM_MAX, and gives it the arguments: the interpreter, at most one
+// argument of the "#!" line, then the script's path. "exec -a" changes
+// only the first of them and leaves the command name that of the program
+// it runs.
+bool runs_script(std::string_view line, std::string_view name) {
+    if (trimmed(line.substr(0, NAME_WIDTH)) != name.substr(0, COMM_MAX) ||
+        line.size() <= NAME_WIDTH + 1) {
+        return false;
+    }
+    std::string_view args = line.substr(NAME_WIDTH + 1);
+    for (int word = 0; word < 3 && !args.empty(); ++word) {
+        const size_t end = std::min(args.find(' '), args.size());
+        if (word > 0 && file_name(args.substr(0, end)) == name) {
+            return true;
+        }
+        args.remove_prefix(std::min(end + 1, args.size()));
+    }
+    return false;
+}
+
 int look_in(const CommandOutput &out, int check, const char *exe) {
     if (!out.ran) {
         return SWVER_STATUS_UNKNOWN;
@@ -115,6 +147,11 @@ int look_in(const CommandOutput &out, int check, const char *exe) {
         }
     }
     return SWVER_STATUS_STOPPED;
+}
+
+// The argument listing, asked for a name longer than a command name holds.
+std::string script_list_command() {
+    return std::string(platform::ps_path()) + " -e -o comm:" NAME_WIDTH_TEXT "=,args=";
 }
 
 std::string list_command(int check) {
@@ -157,18 +194,52 @@ void SwCheckRefresh::start_ahead(int check) {
     });
 }
 
+namespace {
+
+// A command's output, from the refresh's memo or taken now into once.
+CommandOutput &output_of(const std::string &command, CommandOutput &once) {
+    CommandOutput &out = s_memo_on ? s_outputs[command] : once;
+    if (!out.taken) {
+        out.ran = (out.ahead ? out.ahead : s_start(command.c_str()))(&out.lines);
+        out.ahead = nullptr;
+        out.taken = true;
+    }
+    return out;
+}
+
+// A name longer than a command name, not found by the listing of names: a
+// script daemon, when a process bears its name cut short.
+int look_for_script(const CommandOutput &names, std::string_view name) {
+    const std::string_view cut = name.substr(0, COMM_MAX);
+    const bool cut_name_runs = std::any_of(names.lines.begin(), names.lines.end(), [&](auto &l) {
+        return trimmed(std::string_view(l).substr(0, NAME_WIDTH)) == cut;
+    });
+    if (!cut_name_runs) {
+        return SWVER_STATUS_STOPPED;
+    }
+    CommandOutput once;
+    const CommandOutput &args = output_of(script_list_command(), once);
+    if (!args.ran) {
+        return SWVER_STATUS_UNKNOWN;
+    }
+    const bool runs = std::any_of(args.lines.begin(), args.lines.end(),
+                                  [&](auto &l) { return runs_script(l, name); });
+    return runs ? SWVER_STATUS_RUNNING : SWVER_STATUS_STOPPED;
+}
+
+} // namespace
+
 // The checks run inside the library's callbacks: memory running out while
 // a list is held reads as "cannot tell".
 int sw_check(int check, const char *exe) {
     return platform::c_call(SWVER_STATUS_UNKNOWN, [&] {
-        std::string command = list_command(check);
         CommandOutput once;
-        CommandOutput &out = s_memo_on ? s_outputs[command] : once;
-        if (!out.taken) {
-            out.ran = (out.ahead ? out.ahead : s_start(command.c_str()))(&out.lines);
-            out.ahead = nullptr;
-            out.taken = true;
+        const CommandOutput &out = output_of(list_command(check), once);
+        const int status = look_in(out, check, exe);
+        if (check == CHECK_PROCESS_NAME && status == SWVER_STATUS_STOPPED &&
+            strlen(exe) > COMM_MAX) {
+            return look_for_script(out, exe);
         }
-        return look_in(out, check, exe);
+        return status;
     });
 }

@@ -25,7 +25,11 @@ void set_swver_command_runner(swver_command_fn run);
 // when the list cannot be had. CHECK_PROCESS_NAME: 2 when a process's
 // command name or the file name of its executable is exe exactly; the
 // arguments, the user and the rest of the path count for nothing, so that
-// "exec -a NAME" fakes no process and a NAME holding "grep" is found.
+// "exec -a NAME" fakes no process and a NAME holding "grep" is found. A
+// NAME longer than a command name (15 characters) is also a script
+// started through its "#!" line: a process whose command name is NAME cut
+// to 15 and whose second or third argument (after the interpreter and at
+// most one argument of its own) is a path whose file name is NAME.
 int sw_check(int check, const char *exe);
 
 // While one is alive (a refresh), each distinct check command runs once

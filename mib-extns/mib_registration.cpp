@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "mib-extns/mib_registration.h"
 
+#include "temhostd.h"
+
 #include <cstdint>
 #include <cstring>
 
@@ -188,6 +190,18 @@ int check_text_value(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *
     return SNMP_ERR_NOERROR;
 }
 
+// The library's reader of the persistent file skips the blanks before a
+// value and cuts those after it, takes a value that begins with '#' for a
+// comment, and the writer ends a value at a NUL: such a text would come
+// back changed (or as the default) after a restart.
+static bool survives_the_file(const char *text, size_t len) {
+    const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\v' || c == '\f'; };
+    if (len == 0) {
+        return true;
+    }
+    return !blank(text[0]) && !blank(text[len - 1]) && text[0] != '#' && !memchr(text, '\0', len);
+}
+
 int check_stored_text(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request,
                       size_t min_len, size_t max_len, const char *token) {
     const netsnmp_variable_list *var = request->requestvb;
@@ -207,6 +221,12 @@ int check_stored_text(netsnmp_agent_request_info *reqinfo, netsnmp_request_info 
                              memchr(var->val.string, '\r', var->val_len))) {
         if (token) {
             VOR_DEBUG(token, "line end in a stored text");
+        }
+        return refuse_request(reqinfo, request, SNMP_ERR_BADVALUE);
+    }
+    if (!survives_the_file(reinterpret_cast<const char *>(var->val.string), var->val_len)) {
+        if (token) {
+            VOR_DEBUG(token, "a stored text would not be read back as it is");
         }
         return refuse_request(reqinfo, request, SNMP_ERR_BADVALUE);
     }
@@ -268,4 +288,17 @@ int serve_date(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *reques
     snmp_set_var_typed_value(request->requestvb, ASN_OCTET_STR, buf,
                              strnlen(reinterpret_cast<const char *>(buf), size));
     return SNMP_ERR_NOERROR;
+}
+
+static std::vector<std::string> s_stored_lines;
+
+void store_persistent_line(const char *line) {
+    read_config_store(APPL_NAME, line);
+    s_stored_lines.emplace_back(line);
+}
+
+std::vector<std::string> take_stored_lines(void) {
+    std::vector<std::string> lines;
+    lines.swap(s_stored_lines);
+    return lines;
 }

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 #include <ctime>
+#include <string>
+#include <vector>
 
 #include "interface/debug.h"
 #include "interface/net_snmp.h"
@@ -163,8 +165,10 @@ int check_text_value(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *
 // "TOKEN value": OCTET STRING (else wrongType) of min_len to max_len octets
 // (else wrongLength) holding no CR or LF (else badValue). A line end would
 // end the line early and start lines of the writer's choosing, which the
-// library reads back as configuration at the next start. Logs under token
-// on refusal (no token: no debug lines).
+// library reads back as configuration at the next start. Nor anything else
+// the file cannot carry as it is (else badValue): a blank (space, tab,
+// vertical tab, form feed) first or last, a '#' first, a NUL. Logs under
+// token on refusal (no token: no debug lines).
 int check_stored_text(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request,
                       size_t min_len, size_t max_len, const char *token);
 
@@ -178,3 +182,11 @@ size_t length_before_line_end(const char *text);
 // the first zero octet; a null field sends nothing. Other modes: genErr.
 int serve_date(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request, u_char *buf,
                const char *field);
+
+// Writes one line of the daemon's into the persistent file (the library's
+// read_config_store) and remembers it, so that the daemon can read back
+// after the final store whether the file holds it: the library reports no
+// failed write.
+void store_persistent_line(const char *line);
+// The lines written since the last call, in order; the list is emptied.
+std::vector<std::string> take_stored_lines(void);

@@ -159,8 +159,8 @@ int hostInfo_store_config(int, int, void *, void *) {
     char detail_line[sizeof(SYS_ROLE_DETAIL_TOKEN) + 1 + SYS_ROLE_DETAIL_MAX_LEN];
     static_assert(sizeof(role_line) == 77 && sizeof(detail_line) == 532, "line buffers");
     snprintf(role_line, sizeof(role_line), "%s %s", SYS_ROLE_TOKEN, sSystemRole);
-    read_config_store(APPL_NAME, role_line);
+    store_persistent_line(role_line);
     snprintf(detail_line, sizeof(detail_line), "%s %s", SYS_ROLE_DETAIL_TOKEN, sSystemRoleDetail);
-    read_config_store(APPL_NAME, detail_line);
+    store_persistent_line(detail_line);
     return 0;
 }

@@ -116,6 +116,6 @@ int store_Orbl_Host_sysstatus_tokens(int, int, void *, void *) {
     } else {
         snprintf(line, sizeof(line), "%s %s", HOST_GUID_TOKEN, DEFAULT_GUID_STR);
     }
-    read_config_store(APPL_NAME, line);
+    store_persistent_line(line);
     return 1;
 }

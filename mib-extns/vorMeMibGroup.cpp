@@ -125,6 +125,6 @@ void load_Orbl_Host_OsComm_tokens(const char *token, char *cptr) {
 int store_Orbl_Host_tokens(int, int, void *, void *) {
     char line[33];
     snprintf(line, sizeof(line), "%s %d", POLL_FREQ_TOKEN, g_osCommonPollFrequency);
-    read_config_store(APPL_NAME, line);
+    store_persistent_line(line);
     return 1;
 }

@@ -3,11 +3,13 @@
 options, signals, systemd, the revision group and its poll period, the
 values that outlive a restart, and a whole life under valgrind."""
 
+import errno
 import os
 import random
 import re
 import signal
 import socket
+import subprocess
 import time
 
 from conftest import (DAEMON, PERSIST_FILE, PID_FILE, ROOT, RUN_MARKER, SAVED_COPY,
@@ -165,7 +167,12 @@ def test_clean_stop_stores_the_values_in_order_and_only_then(bed):
     for triple, status in [((DETAIL, "s", "x" + inject), "badValue"),
                            ((ROLE, "s", "Web\nagentxsocket tcp:127.0.0.1:7705"), "badValue"),
                            ((GUID, "s", "0" * 15 + "\r"), "badValue"),
-                           ((ROLE, "s", "\n" * 65), "wrongLength")]:
+                           ((ROLE, "s", "\n" * 65), "wrongLength"),
+                           # what the file would give back changed: blanks first or
+                           # last, a comment sign first
+                           ((GUID, "s", " 123456789ABCDEF"), "badValue"),
+                           ((DETAIL, "s", "front end\t"), "badValue"),
+                           ((ROLE, "s", "#1 Web"), "badValue")]:
         assert set_error((ROLE, "s", "Web"), triple) == status, triple
     assert [v.str for v in get(ROLE, DETAIL, GUID)] == ["", "", "0" * 16]
     detail = "d" * 511 + "e"
@@ -221,8 +228,36 @@ def test_abrupt_ends_roll_back_to_the_last_clean_values(bed):
     os.unlink(PID_FILE)  # what a reboot does to the run directory
     bed.start_daemon()
     assert [v.str for v in get(ROLE, POLL, GUID)] == ["Steady", "60", guid], "the marker tells"
-    engine_ids = {re.search(r"engine ID (0x\w+)", x.output()).group(1) for x in bed.daemons[-4:]}
+
+    # a full disk at the stop: the store fails with one error line, the saved
+    # copy and the marker stay, and with space again nothing stored is lost
+    bed.daemons[-1].stop()
+    boots = stored_boots()
+    d = bed.start_daemon()  # runs with boots + 1
+    set_((ROLE, "s", "Lost"))
+    subprocess.run(["mount", "-o", "remount,size=256k", "/var/sma_snmp"], check=True)
+    filler = "/var/sma_snmp/filler"
+    with open(filler, "wb", buffering=0) as f:
+        try:
+            while True:
+                f.write(b"x" * 4096)
+        except OSError as e:
+            assert e.errno == errno.ENOSPC
+    d.stop()
+    assert d.output().count("cannot store " + PERSIST_FILE + " (No space left on device)") == 1
+    assert os.path.exists(SAVED_COPY) and os.path.exists(RUN_MARKER)
+    os.unlink(filler)
+    d = bed.start_daemon()
+    assert [v.str for v in get(ROLE, POLL, GUID)] == ["Steady", "60", guid]
+    d.stop()
+    assert stored_boots() == boots + 2, "above the failed run's, never back"
+    engine_ids = {re.search(r"engine ID (0x\w+)", x.output()).group(1) for x in bed.daemons[-6:]}
     assert len(engine_ids) == 1, "stored at the last clean stop, restored since: %s" % engine_ids
+
+
+def stored_boots():
+    with open(PERSIST_FILE) as f:
+        return int(re.search(r"^engineBoots (\d+)$", f.read(), re.M).group(1))
 
 
 def test_a_whole_life_under_valgrind(bed):

@@ -307,13 +307,22 @@ def test_polling_off_walks_rebuild_at_most_every_fifteen_seconds(bed):
 
 def test_watch_list_bad_lines_a_hundred_rows_and_polling_on(bed):
     # rows of the filters, then the watch list's: the hundred-row cap covers both
-    write_db(*[("KYQvane%03d" % i, "utility", "1.0") for i in range(1, 96)],
+    write_db(*[("KYQvane%03d" % i, "utility", "1.0") for i in range(1, 94)],
              ("temhostd", "host agent", "1.0-1"), ("snmpd", "SNMP agent", "5.9.3+dfsg-2"),
              ("sleeper", "never runs", "2.0"), ("grepper", "runs", "4.0"),
-             ("dummy-dkms", "a module", "3.0"), ("other", "one too many", "1.0"))
-    # a process whose arguments (not its name) say nginxd, one whose name holds "grep"
+             ("dummy-dkms", "a module", "3.0"), ("scripter", "a script daemon", "1.1"),
+             ("lookalike", "never runs", "1.2"), ("other", "one too many", "1.0"))
+    # a process whose arguments (not its name) say nginxd, one whose name holds
+    # "grep", a script daemon whose name is cut to 15 characters, and beside
+    # it a program named with those 15 that exec -a names in full
     shutil.copy("/bin/sleep", "/tmp/grepperd")
-    for argv in (["bash", "-c", "exec -a nginxd sleep 600"], ["/tmp/grepperd", "600"]):
+    shutil.copy("/bin/sleep", "/tmp/nightly-report-x")
+    with open("/tmp/orders-dispatcherd", "w") as f:
+        f.write("#!/usr/bin/python3\nimport time\ntime.sleep(600)\n")
+    os.chmod("/tmp/orders-dispatcherd", 0o755)
+    for argv in (["bash", "-c", "exec -a nginxd sleep 600"], ["/tmp/grepperd", "600"],
+                 ["/tmp/orders-dispatcherd"],
+                 ["bash", "-c", "exec -a nightly-report-daemon /tmp/nightly-report-x 600"]):
         bed.daemons.append(Process(argv, "/var/log/watched.out"))
     with open(os.path.join(SOURCE, "packaging", "temhostd.conf")) as f:
         packaged = f.read()
@@ -321,7 +330,9 @@ def test_watch_list_bad_lines_a_hundred_rows_and_polling_on(bed):
     with open("/etc/snmp/temhostd.conf", "w") as f:
         f.write(packaged + "".join("softwareWatch %s\n" % b for b in bad) +
                 "softwareWatch 4 sleeper process nginxd\nsoftwareWatch 4 grepper process grepperd\n"
-                "softwareWatch driver dummy module dummymod\nsoftwareWatch 1 KYQ\n"
+                "softwareWatch driver dummy module dummymod\n"
+                "softwareWatch 5 scripter process orders-dispatcherd\n"
+                "softwareWatch 5 lookalike process nightly-report-daemon\nsoftwareWatch 1 KYQ\n"
                 "softwareWatch 5 other\n")
     # a module list holding dummymod, bound over the stand-in in this private host
     with open("/tmp/modinfo", "w") as f:
@@ -337,9 +348,10 @@ def test_watch_list_bad_lines_a_hundred_rows_and_polling_on(bed):
     table = table_rows(SW_ENTRY)
     assert sorted(table) == list(range(1, 101)) and get(ROOT + ".2.7.1.0").int == 101
     assert [(table[i][4].str, table[i][3].int, table[i][2].int, table[i][8].str)
-            for i in range(96, 101)] == [
+            for i in range(94, 101)] == [
         ("temhostd", 3, 2, "1.0-1"), ("snmpd", 5, 2, "5.9.3+dfsg"), ("sleeper", 4, 3, "2.0"),
-        ("grepper", 4, 2, "4.0"), ("dummy-dkms", 2, 2, "3.0")]
+        ("grepper", 4, 2, "4.0"), ("dummy-dkms", 2, 2, "3.0"), ("scripter", 5, 2, "1.1"),
+        ("lookalike", 5, 3, "1.2")]
     for n, line in enumerate(bad, packaged.count("\n") + 1):
         assert daemon.output().count("/etc/snmp/temhostd.conf: line %d: Error: softwareWatch %s:"
                                      % (n, line)) == 1, daemon.output()

@@ -14,6 +14,7 @@
 #include "contrib/nagios/check_verdict.h"
 #include "interface/KyOrblHostCpu_interface.h"
 #include "interface/KyOrblHostSysStatus_interface.h"
+#include "interface/sw_checks.h"
 #include "interface/vorHoSwVer_interface.h"
 #include "mib-extns/vorHoInfo.h"
 #include "mib-extns/vorHoSysStatusGroup.h"
@@ -67,6 +68,20 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
         std::istringstream in(text);
         parse(in);
     }
+    // The process listings of the watch list (command names with the
+    // executable or the arguments), for a short name and a script's long one.
+    static std::string s_listing;
+    s_listing = text;
+    set_swver_command_runner(+[](const char *, std::vector<std::string> *lines) {
+        std::istringstream in(s_listing);
+        for (std::string line; std::getline(in, line);)
+            lines->push_back(line);
+        return true;
+    });
+    for (const char *name : {"sleep", "networkd-dispatcher", ""})
+        if (sw_check(CHECK_PROCESS_NAME, name) < 1)
+            __builtin_trap();
+    set_swver_command_runner(nullptr);
     if (FILE *fp = size ? fmemopen(const_cast<unsigned char *>(data), size, "r") : nullptr) {
         unsigned char online[64] = {};
         mark_online_processors(fp, online, 64);

@@ -130,4 +130,33 @@ TEST(PersistentTokens, ValuesOfThePersistentLines) {
     EXPECT_STREQ("Web", get_system_role());
 }
 
+// A stored text is taken only as the persistent file gives it back: no
+// blank first or last (the reader drops them), no '#' first (a comment),
+// no NUL (the writer stops there), no line end.
+TEST(PersistentTokens, TextsTheFileCannotCarryAreRefused) {
+    const std::pair<std::string, int> cases[] = {{"Web front end", SNMP_ERR_NOERROR},
+                                                 {"", SNMP_ERR_NOERROR},
+                                                 {"web #1\x7f\xc3\xa9", SNMP_ERR_NOERROR},
+                                                 {" 123456789ABCDEF", SNMP_ERR_BADVALUE},
+                                                 {"Web ", SNMP_ERR_BADVALUE},
+                                                 {"\tWeb", SNMP_ERR_BADVALUE},
+                                                 {"Web\f", SNMP_ERR_BADVALUE},
+                                                 {"\vWeb", SNMP_ERR_BADVALUE},
+                                                 {"#1 web", SNMP_ERR_BADVALUE},
+                                                 {std::string("We\0b", 4), SNMP_ERR_BADVALUE},
+                                                 {"We\rb", SNMP_ERR_BADVALUE},
+                                                 {"  ", SNMP_ERR_BADVALUE}};
+    for (const auto &[text, status] : cases) {
+        netsnmp_variable_list var{};
+        snmp_set_var_typed_value(&var, ASN_OCTET_STR, text.data(), text.size());
+        netsnmp_agent_request_info reqinfo{};
+        reqinfo.mode = MODE_SET_RESERVE1;
+        netsnmp_request_info request{};
+        request.requestvb = &var;
+        EXPECT_EQ(status, check_stored_text(&reqinfo, &request, 0, 64, nullptr))
+            << "'" << text << "'";
+        snmp_free_var_internals(&var);
+    }
+}
+
 } // namespace

@@ -410,10 +410,25 @@ std::string named(const std::string &comm, const std::string &exe) {
 }
 bool fake_lists(const char *command, std::vector<std::string> *lines) {
     ++g_runs[command];
-    if (strstr(command, "comm"))
-        *lines = {named("sleep", "/usr/bin/sleep"), named("grepperd", "/usr/sbin/grepperd"),
-                  named("kworker/0:1-events", "-"), named("pydaemon", "/usr/bin/python3.11"),
-                  named("averyveryverylo", "/opt/x/averyveryverylongd (deleted)")};
+    if (strstr(command, "args")) // script daemons, and look-alikes by exec -a
+        *lines = {named("networkd-dispat",
+                        "/usr/bin/python3 /usr/bin/networkd-dispatcher --run-startup-triggers"),
+                  named("unattended-upgr", "/usr/bin/python3 -E "
+                                           "/usr/share/unattended-upgrades/"
+                                           "unattended-upgrade-shutdown --wait-for-signal"),
+                  named("sleep", "long-named-sleeperd 600"),
+                  named("cat", "cat /etc/long-named-sleeperd"),
+                  named("long-named-slee", "long-named-sleeperd /tmp/long-named-sleeper 600"),
+                  named("long-named-slee", "/bin/sh")};
+    else if (strstr(command, "comm"))
+        *lines = {named("sleep", "/usr/bin/sleep"),
+                  named("grepperd", "/usr/sbin/grepperd"),
+                  named("kworker/0:1-events", "-"),
+                  named("pydaemon", "/usr/bin/python3.11"),
+                  named("averyveryverylo", "/opt/x/averyveryverylongd (deleted)"),
+                  named("networkd-dispat", "/usr/bin/python3.11"),
+                  named("unattended-upgr", "/usr/bin/python3.11"),
+                  named("long-named-slee", "/tmp/long-named-sleeper")};
     else
         *lines = {"root 8 1 0 10:00 ? 00:00:01 /usr/bin/temhostd",
                   "root 9 1 0 10:00 ? 00:00:00 nginxd 1e9",
@@ -442,10 +457,16 @@ TEST_F(SwVer, EachListRunsOncePerRefreshAndWatchedNamesMatchWhole) {
     EXPECT_EQ(states, (std::vector<std::string>{"KYQvane 1", "KYQtem 2", "VORlynx3 3", "temhostd 2",
                                                 "mydrv-dkms 2", "nginx 3"}));
     // A watched NAME is a command name or an executable's file name, whole:
-    // not an argument (exec -a), not a part of a name or a path.
-    for (const char *name : {"sleep", "grepperd", "python3.11", "pydaemon", "averyveryverylongd"})
+    // not an argument (exec -a), not a part of a name or a path. A longer
+    // name is also a script: its name cut to 15 and its path after the
+    // interpreter (and one argument of the "#!" line), never the first
+    // argument, which exec -a writes.
+    for (const char *name : {"sleep", "grepperd", "python3.11", "pydaemon", "averyveryverylongd",
+                             "networkd-dispatcher", "unattended-upgrade-shutdown"})
         EXPECT_EQ(2, sw_check(CHECK_PROCESS_NAME, name)) << name;
-    for (const char *name : {"nginxd", "grep", "sleepe", "sbin/grepperd", "events", "-", ""})
+    for (const char *name :
+         {"nginxd", "grep", "sleepe", "sbin/grepperd", "events", "-", "", "long-named-sleeperd",
+          "networkd-dispatcherd", "networkd-dispatche", "unattended-upgrades", "wait-for-signal"})
         EXPECT_EQ(3, sw_check(CHECK_PROCESS_NAME, name)) << name;
 }
 
