@@ -39,6 +39,7 @@ struct Round {
     size_t next = 0;  // under mu
     bool open = true; // under mu
     std::atomic<size_t> done{0};
+    std::shared_ptr<std::atomic<size_t>> calls_out; // the probe's, of every round
 };
 
 void walk(Round &r) {
@@ -52,12 +53,14 @@ void walk(Round &r) {
             ask = r.asks[r.next++];
             ask->since.store(r.clock());
             ask->state.store(kCalling);
+            ++*r.calls_out;
         }
         struct statvfs vfs;
         const int rc = r.call(ask->path.c_str(), &vfs);
         ask->rc = rc;
         ask->vfs = vfs;
         ask->state.store(kDone);
+        --*r.calls_out;
         r.done.fetch_add(1);
     }
 }
@@ -83,6 +86,8 @@ struct MountProbe::State {
     // Threads taken from the pool and not yet given back: each gives its
     // own back as it leaves a round, so that the next round counts it free.
     std::shared_ptr<std::atomic<size_t>> jobs = std::make_shared<std::atomic<size_t>>(0);
+    // Calls made and not returned, each holding a thread.
+    std::shared_ptr<std::atomic<size_t>> calls_out = std::make_shared<std::atomic<size_t>>(0);
     size_t short_of_threads = 0; // mounts the last round could not ask, nor had answers for
 
     // The call of m has returned: its answer becomes the last one.
@@ -135,7 +140,11 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
     auto round = std::make_shared<Round>();
     round->call = st.call;
     round->clock = st.clock;
+    round->calls_out = st.calls_out;
     const int64_t start = st.clock();
+    // Mounts that answered before are asked first: those a round has no
+    // time or thread left for are new ones, or ones that hang already.
+    std::vector<std::shared_ptr<Ask>> untested;
     for (size_t i = 0; i < ids.size(); ++i) {
         State::Mount &m = st.mounts[key_of(ids[i])];
         mounts[i] = &m;
@@ -148,9 +157,10 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
         }
         if (!m.ask) {
             m.ask = std::make_shared<Ask>(ids[i].path);
-            round->asks.push_back(m.ask);
+            (m.has_last ? round->asks : untested).push_back(m.ask);
         }
     }
+    round->asks.insert(round->asks.end(), untested.begin(), untested.end());
     // Unmounted: forgotten (a call still out keeps only its thread).
     for (auto it = st.mounts.begin(); it != st.mounts.end();) {
         it = it->second.round == round_no ? std::next(it) : st.mounts.erase(it);
@@ -209,12 +219,13 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
             // (less a margin for the calls under way).
             const double pace = static_cast<double>(done) / static_cast<double>(elapsed);
             const double left_ms = lim.round_ms * 0.6 - static_cast<double>(elapsed);
+            const size_t before = threads;
             if (moving == 0) {
-                add_threads(1, moving);
+                add_threads(lim.round_threads, moving); // what follows a hung mount may too
             } else if (left_ms <= 0 || pace * left_ms < static_cast<double>(n - taken)) {
                 add_threads(moving, moving); // doubles the pace
             }
-            if (all_taken && moving == 0) {
+            if (all_taken && moving == 0 && threads == before) {
                 break; // every thread waits on a slow or hung mount
             }
         }
