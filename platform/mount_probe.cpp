@@ -171,7 +171,10 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
     // longer than a hand-off interval (a hung or slow mount): mounts behind
     // those are still asked in this round.
     const size_t n = round->asks.size();
-    const int64_t handoff = std::max(1, lim.round_ms / 25);
+    // A call out for a fifth of the round waits on a slow or hung mount:
+    // it counts against hung_threads, and another thread takes its place.
+    const int64_t tick = std::max(1, lim.round_ms / 25);
+    const int64_t handoff = std::max(1, lim.round_ms / 5);
     const std::shared_ptr<std::atomic<size_t>> jobs = st.jobs;
     size_t threads = 0;     // of this round
     bool all_taken = false; // every thread this probe may have is taken
@@ -229,7 +232,7 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
                 break; // every thread waits on a slow or hung mount
             }
         }
-        offloop::wait(static_cast<int>(std::min(handoff, lim.round_ms - elapsed)));
+        offloop::wait(static_cast<int>(std::min(tick, lim.round_ms - elapsed)));
     }
     {
         std::lock_guard<std::mutex> lock(round->mu);
