@@ -182,13 +182,18 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
     // round_threads of them, and those waiting count against hung_threads.
     const auto add_threads = [&](size_t count, size_t moving) {
         for (; count > 0 && moving < lim.round_threads; --count, ++moving) {
+            // A thread that has just left a round is not counted: it is
+            // the pool's again, if not yet idle.
+            if (st.calls_out->load() + moving >= lim.round_threads + lim.hung_threads) {
+                all_taken = true;
+                return;
+            }
             ++*jobs;
-            if (jobs->load() > lim.round_threads + lim.hung_threads || !offloop::run(
-                                                                           [round, jobs] {
-                                                                               rounds::walk(*round);
-                                                                               --*jobs;
-                                                                           },
-                                                                           nullptr)) {
+            const auto walk = [round, jobs] {
+                rounds::walk(*round);
+                --*jobs;
+            };
+            if (!offloop::run(walk, nullptr)) {
                 --*jobs;
                 all_taken = true;
                 return;
