@@ -166,10 +166,10 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
         it = it->second.round == round_no ? std::next(it) : st.mounts.erase(it);
     }
 
-    // Threads are added while the calls would not all be made in time at
-    // the pace so far, or while every thread of the round waits in a call
-    // longer than a hand-off interval (a hung or slow mount): mounts behind
-    // those are still asked in this round.
+    // A round not done after a tick spreads over round_threads threads,
+    // and a thread whose call is out longer than a hand-off interval (a
+    // slow or hung mount) is replaced: mounts behind those are still asked
+    // in this round, and the round holds the main loop briefly.
     const size_t n = round->asks.size();
     // A call out for a fifth of the round waits on a slow or hung mount:
     // it counts against hung_threads, and another thread takes its place.
@@ -223,15 +223,9 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
                 parked += a.state.load() == rounds::kCalling && now - a.since.load() >= handoff;
             }
             const size_t moving = threads - std::min(threads, parked);
-            // The pace so far, against the time a rebuild may still take
-            // (less a margin for the calls under way).
-            const double pace = static_cast<double>(done) / static_cast<double>(elapsed);
-            const double left_ms = lim.round_ms * 0.6 - static_cast<double>(elapsed);
             const size_t before = threads;
-            if (moving == 0) {
-                add_threads(lim.round_threads, moving); // what follows a hung mount may too
-            } else if (left_ms <= 0 || pace * left_ms < static_cast<double>(n - taken)) {
-                add_threads(moving, moving); // doubles the pace
+            if (elapsed >= tick) {
+                add_threads(n - taken, moving); // what a thread has not done in a tick, 16 may
             }
             if (all_taken && moving == 0 && threads == before) {
                 break; // every thread waits on a slow or hung mount

@@ -112,7 +112,7 @@ def processes():
 
 
 def test_hung_mounts_and_a_stuck_ps_hold_nothing_up(bed):
-    """Polling every second: a mount that hangs from the start beside 60
+    """Polling every second: a mount that hangs from the start beside 40
     live ones answering after 20 ms each, a ps that never ends (nor does
     what it starts), then 100 more mounts hanging and a new mount in place
     of the first hung one."""
@@ -125,7 +125,7 @@ def test_hung_mounts_and_a_stuck_ps_hold_nothing_up(bed):
     subprocess.run(["mount", "--bind", "/tmp/ps", "/bin/ps"], check=True)
     bed.mounts.append("/bin/ps")
     bed.hang_mount("/mnt/hung-0")
-    slow = ["slow On /mnt/slow-%d" % i for i in range(60)]
+    slow = ["slow On /mnt/slow-%d" % i for i in range(40)]
     bed.slow_mounts([x.split()[-1] for x in slow], 20)
     bed.write_persistent("defaultPollFreq(sec) 1\n")
     bed.start_master()
