@@ -83,6 +83,7 @@ struct MountProbe::State {
     };
     std::map<std::string, Mount> mounts; // by source, type and path
     uint64_t round = 0;
+    size_t first_known = 0; // where the next round starts the mounts it knows
     // Threads taken from the pool and not yet given back: each gives its
     // own back as it leaves a round, so that the next round counts it free.
     std::shared_ptr<std::atomic<size_t>> jobs = std::make_shared<std::atomic<size_t>>(0);
@@ -160,6 +161,10 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
             (m.has_last ? round->asks : untested).push_back(m.ask);
         }
     }
+    // Those a round has left unasked come first in the next.
+    const size_t known = round->asks.size();
+    const size_t first = known > 0 ? st.first_known % known : 0;
+    std::rotate(round->asks.begin(), round->asks.begin() + first, round->asks.end());
     round->asks.insert(round->asks.end(), untested.begin(), untested.end());
     // Unmounted: forgotten (a call still out keeps only its thread).
     for (auto it = st.mounts.begin(); it != st.mounts.end();) {
@@ -211,6 +216,14 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
         if (done == n || elapsed >= lim.round_ms) {
             break;
         }
+        // Past the hand-off interval a round waits only for mounts it has
+        // no answer of yet: the others keep their last one meanwhile.
+        if (elapsed >= handoff && std::all_of(round->asks.begin() + known, round->asks.end(),
+                                              [](const std::shared_ptr<Ask> &a) {
+                                                  return a->state.load() == rounds::kDone;
+                                              })) {
+            break;
+        }
         size_t taken;
         {
             std::lock_guard<std::mutex> lock(round->mu);
@@ -236,6 +249,7 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
     {
         std::lock_guard<std::mutex> lock(round->mu);
         round->open = false;
+        st.first_known = round->next < known ? first + round->next : 0;
     }
 
     const int64_t now = st.clock();
