@@ -3,7 +3,7 @@
 
 Started by bench/run-all inside a private host (scripts/in-private-host.sh):
 
-    run_all.py [--quick] BUILD_DIR
+    run_all.py [--quick] [--only=PHASE] BUILD_DIR
 
 prepares the host (a package database of 100 recognised packages, a pass
 script for a sibling MIB), runs a fleet of 5, then 20 hosts (scripts/fleet.py),
@@ -12,6 +12,7 @@ file again with --phase:
 
     run_all.py --phase reconnect|main|hung [--quick] BUILD_DIR RESULTS_JSON PROGRESS_FD
 
+--only=PHASE runs that session alone (no fleet), for the rows it measures.
 The phases add their figures to RESULTS_JSON and write progress lines to
 PROGRESS_FD (their output goes to a log); the top level prints the table.
 A step that fails leaves its rows marked "failed" and the others still run.
@@ -548,7 +549,7 @@ def step_slow_mounts(res, quick):
                 time.sleep(2)  # the rebuild that meets them, then one that knows them
                 times[key].append(paced_gets(seconds))
                 if key == "with":
-                    listed.append(sum(d.startswith('"slow On') for d in descriptions()))
+                    listed.append(sum(d.strip('"').startswith("slow On") for d in descriptions()))
             finally:
                 server.stop()
     res["slow_mounts"] = window_figures(times, {"window_s": seconds, "listed": min(listed),
@@ -568,7 +569,7 @@ def step_many_hung(res):
             mounted.append((hung_fuse_mount(path), path))
         time.sleep(8)  # every one asked, then past its 5 s limit
         rows = descriptions()
-        hung = sum(d.startswith('"hung On') for d in rows)
+        hung = sum(d.strip('"').startswith("hung On") for d in rows)
         res["many_hung"] = {"expected": expected, "live": len(rows) - hung, "hung_listed": hung,
                             "threads": threads_of(pid) - before}
     finally:
@@ -885,7 +886,8 @@ def print_table(res):
 
 def main(argv):
     quick = "--quick" in argv
-    args = [a for a in argv if a != "--quick"]
+    only = [a.split("=", 1)[1] for a in argv if a.startswith("--only=")]
+    args = [a for a in argv if a != "--quick" and not a.startswith("--only=")]
     if args[:1] == ["--phase"]:
         global progress
         phase, build, path, fd = args[1:5]
@@ -912,13 +914,14 @@ def main(argv):
     with open(res["_log"], "w") as session_log:
         # The fleet first: its hosts copy this host's mounts, which the file
         # system step leaves at 8,000.
-        log("fleet")
-        try:
-            step_fleet(build, res, quick)
-        except Exception:  # the other figures still come
-            session_log.write(traceback.format_exc())
-        save(res)
-        for phase in ("reconnect", "main", "hung"):
+        if not only:
+            log("fleet")
+            try:
+                step_fleet(build, res, quick)
+            except Exception:  # the other figures still come
+                session_log.write(traceback.format_exc())
+            save(res)
+        for phase in only or ("reconnect", "main", "hung"):
             log("session: " + phase)
             if phase == "hung":  # its daemon rebuilds every second
                 os.makedirs("/var/sma_snmp", exist_ok=True)

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <map>
+#include <unordered_map>
 #include <mutex>
 #include <syslog.h>
 
@@ -81,7 +81,7 @@ struct MountProbe::State {
         bool stuck = false; // logged as stuck, its call still out
         uint64_t round = 0; // the last round whose table held it
     };
-    std::map<std::string, Mount> mounts; // by source, type and path
+    std::unordered_map<std::string, Mount> mounts; // by source, type and path
     uint64_t round = 0;
     size_t first_known = 0; // where the next round starts the mounts it knows
     // Threads taken from the pool and not yet given back: each gives its

@@ -182,7 +182,7 @@ def start_slow_fuse(paths, delay_ms):
     def mounted():
         with open("/proc/self/mounts") as f:
             return wanted <= {l.split()[1] for l in f if l.startswith("slow ")}
-    wait_for(mounted, what="the slow mounts")
+    wait_for(mounted, timeout=60, what="the slow mounts")
     return p
 
 
