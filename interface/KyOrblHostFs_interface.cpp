@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <new>
 #include <string>
@@ -102,7 +103,7 @@ void refresh_flist_CB(void) {
     populate_filesystem_list();
 }
 
-// The mount table is read first and the statvfs calls made all together
+// The statvfs calls are made all together while the mount table is read
 // (platform/mount_probe.h), each rebuild waiting for them a short while: a
 // slow file system keeps its last answer for a few seconds, a hung one holds
 // the loop for that short while once, then not at all while it hangs. One
@@ -117,19 +118,24 @@ int populate_filesystem_list(void) {
     return platform::c_call(0, [fp] {
         std::unique_ptr<FILE, int (*)(FILE *)> table(fp, fclose);
         int result = 1;
-        std::vector<platform::MountId> mounts;
-        struct mnttab entry;
-        // A malformed entry ends the scan as the end of the table does.
-        while (solaris::getmntent(fp, &entry) == 0) {
-            // Excluded types never reach statvfs.
-            if (isExcludedFTYpe(entry.mnt_fstype)) {
-                result = 0;
-                continue;
-            }
-            mounts.push_back({entry.mnt_mountp, entry.mnt_special, entry.mnt_fstype});
-        }
+        std::deque<platform::MountId> mounts;
+        // The calls begin while the table is read: one entry at a time.
+        const std::vector<platform::StatAnswer> answers =
+            platform::mount_probe().stat_all([&]() -> const platform::MountId * {
+                struct mnttab entry;
+                // A malformed entry ends the scan as the end of the table does.
+                while (solaris::getmntent(fp, &entry) == 0) {
+                    // Excluded types never reach statvfs.
+                    if (isExcludedFTYpe(entry.mnt_fstype)) {
+                        result = 0;
+                        continue;
+                    }
+                    mounts.push_back({entry.mnt_mountp, entry.mnt_special, entry.mnt_fstype});
+                    return &mounts.back();
+                }
+                return nullptr;
+            });
         table.reset();
-        const std::vector<platform::StatAnswer> answers = platform::mount_probe().stat_all(mounts);
         for (size_t i = 0; i < mounts.size(); ++i) {
             if (get_fs_usage(mounts[i].path.c_str(), mounts[i].source.c_str(), answers[i]) != 1) {
                 result = 0;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <unordered_map>
 #include <mutex>
 #include <syslog.h>
@@ -34,10 +35,13 @@ struct Ask {
 struct Round {
     MountProbe::Call call;
     MountProbe::Clock clock;
-    std::vector<std::shared_ptr<Ask>> asks; // fixed before the first thread starts
     std::mutex mu;
-    size_t next = 0;  // under mu
-    bool open = true; // under mu
+    std::condition_variable more;
+    std::vector<std::shared_ptr<Ask>> asks; // under mu; grows while the table is read
+    size_t next = 0;                        // under mu
+    bool sealed = false;                    // under mu: the table is read, asks is whole
+    size_t idle = 0;                        // under mu: threads waiting for more asks
+    bool open = true;                       // under mu
     std::atomic<size_t> done{0};
     std::shared_ptr<std::atomic<size_t>> calls_out; // the probe's, of every round
 };
@@ -46,7 +50,12 @@ void walk(Round &r) {
     for (;;) {
         std::shared_ptr<Ask> ask;
         {
-            std::lock_guard<std::mutex> lock(r.mu);
+            std::unique_lock<std::mutex> lock(r.mu);
+            while (r.open && !r.sealed && r.next >= r.asks.size()) {
+                ++r.idle;
+                r.more.wait(lock);
+                --r.idle;
+            }
             if (!r.open || r.next >= r.asks.size()) {
                 return;
             }
@@ -78,12 +87,25 @@ struct MountProbe::State {
         std::shared_ptr<Ask> ask; // the call out, if any
         bool has_last = false;
         StatAnswer last;
-        bool stuck = false; // logged as stuck, its call still out
-        uint64_t round = 0; // the last round whose table held it
+        bool stuck = false;   // logged as stuck, its call still out
+        uint64_t round = 0;   // the last round whose table held it
+        int64_t answered = 0; // when its last call returned
     };
-    std::unordered_map<std::string, Mount> mounts; // by source, type and path
+    struct Same {
+        bool operator()(const MountId &a, const MountId &b) const {
+            return a.path == b.path && a.source == b.source && a.type == b.type;
+        }
+    };
+    struct Hash {
+        size_t operator()(const MountId &m) const {
+            const std::hash<std::string> h;
+            return h(m.path) ^ (h(m.source) * 31) ^ (h(m.type) * 131);
+        }
+    };
+    // By source, type and path: a new mount at a stuck mount's path is
+    // another mount.
+    std::unordered_map<MountId, Mount, Hash, Same> mounts;
     uint64_t round = 0;
-    size_t first_known = 0; // where the next round starts the mounts it knows
     // Threads taken from the pool and not yet given back: each gives its
     // own back as it leaves a round, so that the next round counts it free.
     std::shared_ptr<std::atomic<size_t>> jobs = std::make_shared<std::atomic<size_t>>(0);
@@ -96,6 +118,7 @@ struct MountProbe::State {
         const Ask &a = *m.ask;
         m.last = StatAnswer{true, a.rc, a.vfs};
         m.has_last = true;
+        m.answered = now;
         if (m.stuck) {
             notice(LOG_INFO, "File system %s answers again after %.1f s\n", path.c_str(),
                    static_cast<double>(now - a.since.load()) / 1000.0);
@@ -123,59 +146,29 @@ size_t MountProbe::threads() const {
     return state_->jobs->load();
 }
 
-namespace {
-
-std::string key_of(const MountId &m) {
-    std::string key = m.source;
-    key.append(1, '\0').append(m.type).append(1, '\0').append(m.path);
-    return key;
-}
-
-} // namespace
+namespace {} // namespace
 
 std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
+    size_t i = 0;
+    return stat_all([&]() -> const MountId * { return i < ids.size() ? &ids[i++] : nullptr; });
+}
+
+std::vector<StatAnswer> MountProbe::stat_all(const std::function<const MountId *()> &next) {
     State &st = *state_;
     const Limits &lim = st.limits;
     const uint64_t round_no = ++st.round;
-    std::vector<State::Mount *> mounts(ids.size());
+    std::vector<const MountId *> ids;
+    std::vector<State::Mount *> mounts;
     auto round = std::make_shared<Round>();
     round->call = st.call;
     round->clock = st.clock;
     round->calls_out = st.calls_out;
     const int64_t start = st.clock();
-    // Mounts that answered before are asked first: those a round has no
-    // time or thread left for are new ones, or ones that hang already.
-    std::vector<std::shared_ptr<Ask>> untested;
-    for (size_t i = 0; i < ids.size(); ++i) {
-        State::Mount &m = st.mounts[key_of(ids[i])];
-        mounts[i] = &m;
-        if (m.round == round_no) {
-            continue; // listed twice: one call serves both
-        }
-        m.round = round_no;
-        if (m.ask && m.ask->state.load() == rounds::kDone) {
-            st.take_answer(ids[i].path, m, start);
-        }
-        if (!m.ask) {
-            m.ask = std::make_shared<Ask>(ids[i].path);
-            (m.has_last ? round->asks : untested).push_back(m.ask);
-        }
-    }
-    // Those a round has left unasked come first in the next.
-    const size_t known = round->asks.size();
-    const size_t first = known > 0 ? st.first_known % known : 0;
-    std::rotate(round->asks.begin(), round->asks.begin() + first, round->asks.end());
-    round->asks.insert(round->asks.end(), untested.begin(), untested.end());
-    // Unmounted: forgotten (a call still out keeps only its thread).
-    for (auto it = st.mounts.begin(); it != st.mounts.end();) {
-        it = it->second.round == round_no ? std::next(it) : st.mounts.erase(it);
-    }
 
     // A round not done after a tick spreads over round_threads threads,
     // and a thread whose call is out longer than a hand-off interval (a
     // slow or hung mount) is replaced: mounts behind those are still asked
     // in this round, and the round holds the main loop briefly.
-    const size_t n = round->asks.size();
     // A call out for a fifth of the round waits on a slow or hung mount:
     // it counts against hung_threads, and another thread takes its place.
     const int64_t tick = std::max(1, lim.round_ms / 25);
@@ -206,9 +199,71 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
             ++threads;
         }
     };
-    if (n > 0) {
-        add_threads(1, 0);
+
+    // The calls begin while the rest of the table is read: the mounts that
+    // answered before go out in batches as they come, on two threads (the
+    // table read and the calls then share the processors); new ones go
+    // last, as those a round may have no time or thread left for are new
+    // ones, or ones that hang already. The round then waits past the
+    // hand-off interval only for those it must: new ones, and ones whose
+    // last answer is getting old (left unasked by earlier rounds).
+    std::vector<std::shared_ptr<Ask>> batch, untested, must;
+    const auto hand_out = [&] {
+        if (batch.empty()) {
+            return;
+        }
+        {
+            std::lock_guard<std::mutex> lock(round->mu);
+            round->asks.insert(round->asks.end(), batch.begin(), batch.end());
+        }
+        batch.clear();
+        round->more.notify_all();
+        if (threads == 0) {
+            add_threads(2, 0);
+        }
+    };
+    while (const MountId *id = next()) {
+        auto found = st.mounts.find(*id);
+        State::Mount &m = found != st.mounts.end() ? found->second : st.mounts[*id];
+        ids.push_back(id);
+        mounts.push_back(&m);
+        if (m.round == round_no) {
+            continue; // listed twice: one call serves both
+        }
+        m.round = round_no;
+        if (m.ask && m.ask->state.load() == rounds::kDone) {
+            st.take_answer(id->path, m, start);
+        }
+        if (m.ask) {
+            continue;
+        }
+        m.ask = std::make_shared<Ask>(id->path);
+        if (!m.has_last) {
+            untested.push_back(m.ask);
+            must.push_back(m.ask);
+            continue;
+        }
+        if (start - m.answered >= lim.stuck_ms / 2) {
+            must.push_back(m.ask);
+        }
+        batch.push_back(m.ask);
+        if (batch.size() == 256) {
+            hand_out();
+        }
     }
+    batch.insert(batch.end(), untested.begin(), untested.end());
+    hand_out();
+    {
+        std::lock_guard<std::mutex> lock(round->mu);
+        round->sealed = true;
+    }
+    round->more.notify_all();
+    const size_t n = round->asks.size(); // no more once sealed
+    // Unmounted: forgotten (a call still out keeps only its thread).
+    for (auto it = st.mounts.begin(); it != st.mounts.end();) {
+        it = it->second.round == round_no ? std::next(it) : st.mounts.erase(it);
+    }
+
     for (;;) {
         const int64_t now = st.clock();
         const int64_t elapsed = now - start;
@@ -218,10 +273,9 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
         }
         // Past the hand-off interval a round waits only for mounts it has
         // no answer of yet: the others keep their last one meanwhile.
-        if (elapsed >= handoff && std::all_of(round->asks.begin() + known, round->asks.end(),
-                                              [](const std::shared_ptr<Ask> &a) {
-                                                  return a->state.load() == rounds::kDone;
-                                              })) {
+        if (elapsed >= handoff && std::all_of(must.begin(), must.end(), [](const auto &a) {
+                return a->state.load() == rounds::kDone;
+            })) {
             break;
         }
         size_t taken;
@@ -237,7 +291,11 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
             }
             const size_t moving = threads - std::min(threads, parked);
             const size_t before = threads;
-            if (elapsed >= tick) {
+            // Spread when the pace so far would not finish within the
+            // hand-off interval (calls that wait, not ones that keep the
+            // processors busy).
+            if (elapsed >= tick && (done == 0 || static_cast<size_t>(elapsed) * n >
+                                                     static_cast<size_t>(handoff) * done)) {
                 add_threads(n - taken, moving); // what a thread has not done in a tick, 16 may
             }
             if (all_taken && moving == 0 && threads == before) {
@@ -249,8 +307,8 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
     {
         std::lock_guard<std::mutex> lock(round->mu);
         round->open = false;
-        st.first_known = round->next < known ? first + round->next : 0;
     }
+    round->more.notify_all();
 
     const int64_t now = st.clock();
     std::vector<StatAnswer> answers(ids.size());
@@ -258,7 +316,7 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
     for (size_t i = 0; i < ids.size(); ++i) {
         State::Mount &m = *mounts[i];
         if (m.ask && m.ask->state.load() == rounds::kDone) {
-            st.take_answer(ids[i].path, m, now);
+            st.take_answer(ids[i]->path, m, now);
         } else if (m.ask && m.ask->state.load() == rounds::kWaiting) {
             m.ask.reset(); // not asked: no thread was free in time
             left_out += !m.has_last;
@@ -267,7 +325,7 @@ std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
                 notice(LOG_WARNING,
                        "File system %s does not answer within %.1f s: left out of the file "
                        "system table until it does\n",
-                       ids[i].path.c_str(), lim.stuck_ms / 1000.0);
+                       ids[i]->path.c_str(), lim.stuck_ms / 1000.0);
                 m.stuck = true;
             }
             continue;

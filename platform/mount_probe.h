@@ -17,6 +17,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -70,6 +71,9 @@ class MountProbe {
     // call has answered, or at round_ms, or when no thread is left to ask
     // the rest.
     std::vector<StatAnswer> stat_all(const std::vector<MountId> &mounts);
+    // The same over the mounts next() gives until it gives none, each
+    // valid until the call returns; the calls begin while they come.
+    std::vector<StatAnswer> stat_all(const std::function<const MountId *()> &next);
     // Mounts of the last round past their limit.
     size_t stuck() const;
     // This probe's threads now: in a call or walking a round.
