@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // statvfs of every mount point, off the main thread, with a deadline per
 // round and a limit per mount. A round (a file system table rebuild) makes
-// its calls on as many threads as it takes to finish in time, and waits for
-// them at most round_ms. A mount whose call is still out then keeps its
-// last answer until that call is stuck_ms old: only then is it stuck, left
-// out and logged, once. A mount gets no new call while one is out, so each
-// hung mount holds one parked thread and no more; the threads parked in
-// calls older than the round are at most hung_threads, and a round always
-// has round_threads more for the others. The bookkeeping follows the mount
+// its calls while the mount table is read, on as many threads as it takes
+// to finish in time, and waits at most round_ms for mounts it has no
+// answer of, a fifth of that for the others. A mount whose call is still
+// out then keeps its last answer until that call is stuck_ms old: only then
+// is it stuck, left out and logged, once. A mount gets no new call while
+// one is out, so each hung mount holds one parked thread and no more; the
+// threads parked in calls are at most hung_threads, and a round always has
+// round_threads more for the others. The bookkeeping follows the mount
 // (its source, type and path), so that a new mount at a stuck mount's path
-// is asked at once. It is the main thread's alone: it changes in stat_all
-// and in the done parts that offloop::drain runs there.
+// is asked at once. It is the main thread's alone: it changes in stat_all.
 #pragma once
 
 #include <sys/statvfs.h>
