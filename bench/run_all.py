@@ -3,7 +3,7 @@
 
 Started by bench/run-all inside a private host (scripts/in-private-host.sh):
 
-    run_all.py [--quick] BUILD_DIR
+    run_all.py [--quick] [--only=PHASE] BUILD_DIR
 
 prepares the host (a package database of 100 recognised packages, a pass
 script for a sibling MIB), runs a fleet of 5, then 20 hosts (scripts/fleet.py),
@@ -12,6 +12,7 @@ file again with --phase:
 
     run_all.py --phase reconnect|main|hung [--quick] BUILD_DIR RESULTS_JSON PROGRESS_FD
 
+--only=PHASE runs that session alone (no fleet), for the rows it measures.
 The phases add their figures to RESULTS_JSON and write progress lines to
 PROGRESS_FD (their output goes to a log); the top level prints the table.
 A step that fails leaves its rows marked "failed" and the others still run.
@@ -33,7 +34,7 @@ import urllib.request
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "scripts"))
 from agent_bed import (MASTER_CMD, MASTER_PID_FILE, READY_OIDS, Process, get_ms,  # noqa: E402
-                       hung_fuse_mount)
+                       hung_fuse_mount, start_slow_fuse)
 from fleet import EXPORTER, Fleet  # noqa: E402
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -52,6 +53,7 @@ FS_REBUILD_INTERVAL = 10
 SW_REBUILD_INTERVAL = 15
 IDLE_SECONDS, QUICK_IDLE_SECONDS = 120, 30
 MOUNT_COUNTS = (50, 2000, 8000)
+SLOW_MOUNTS, SLOW_MS, MANY_HUNG = 100, 5, 100
 LOOPBACK_CONNECTIONS = 20000
 FLEET_SIZES, FLEET_INTERVAL, FLEET_WINDOW, QUICK_FLEET_WINDOW = (5, 20), 2, 60, 20
 HOSTRES_EXPORTER = "127.0.0.1:9117"
@@ -508,6 +510,73 @@ def release_mount(fd, path):
     subprocess.run(["umount", "-l", path])
 
 
+def window_figures(times, out):
+    """Each figure is the middle one of the windows' own, and each ratio the
+    middle one of the ratios of neighbouring windows: the shared machine's
+    load drifts, and a window it spoils does not decide them."""
+    middle = lambda values: sorted(values)[len(values) // 2]
+    figures = {}
+    for key, windows in times.items():
+        figures[key] = [{"median": w[len(w) // 2], "p99": w[len(w) * 99 // 100]}
+                        for w in map(sorted, windows)]
+        out[key] = {q: middle([f[q] for f in figures[key]]) for q in ("median", "p99")}
+        out[key].update(max=max(map(max, windows)), gets=sum(map(len, windows)))
+    out["ratio"] = {q: middle([a[q] / b[q] for a, b in zip(figures["with"], figures["without"])])
+                    for q in ("median", "p99")}
+    return out
+
+
+def descriptions():
+    """The file system table's descriptions, quoted (one GETBULK walk)."""
+    out = run("snmpbulkwalk", "-v2c", "-c", COMMUNITY, "-On", "-Oqv", "-t", "30", AGENT,
+              FS_TABLE + ".1.2", timeout=300)
+    return out.splitlines()
+
+
+def step_slow_mounts(res, quick):
+    """100 live FUSE mounts beside the 8,000 answering after 5 ms against
+    the same answering at once, in alternating windows: the rows listed at
+    each window's end, and the GET latency while the daemon rebuilds every
+    second."""
+    log("slow mounts")
+    paths = ["/mnt/slow/%d" % i for i in range(SLOW_MOUNTS)]
+    cycles, seconds = (2, 3) if quick else (4, 5)
+    times, listed = {"without": [], "with": []}, []
+    for _ in range(cycles):
+        for key, delay in (("without", 0), ("with", SLOW_MS)):
+            server = start_slow_fuse(paths, delay)
+            try:
+                time.sleep(2)  # the rebuild that meets them, then one that knows them
+                times[key].append(paced_gets(seconds))
+                if key == "with":
+                    listed.append(sum(d.strip('"').startswith("slow On") for d in descriptions()))
+            finally:
+                server.stop()
+    res["slow_mounts"] = window_figures(times, {"window_s": seconds, "listed": min(listed),
+                                                "mounted": SLOW_MOUNTS})
+
+
+def step_many_hung(res):
+    """100 hung mounts beside the 8,000: the other rows still listed once
+    every hung one is past its limit, and the threads they hold."""
+    log("many hung mounts")
+    pid = daemon_pid()
+    expected, before = len(descriptions()), threads_of(pid)
+    mounted = []
+    try:
+        for i in range(MANY_HUNG):
+            path = "/mnt/many-hung/%d" % i
+            mounted.append((hung_fuse_mount(path), path))
+        time.sleep(8)  # every one asked, then past its 5 s limit
+        rows = descriptions()
+        hung = sum(d.strip('"').startswith("hung On") for d in rows)
+        res["many_hung"] = {"expected": expected, "live": len(rows) - hung, "hung_listed": hung,
+                            "threads": threads_of(pid) - before}
+    finally:
+        for fd, path in mounted:
+            release_mount(fd, path)
+
+
 def phase_hung(build, res, quick):
     """The daemon of a session of its own, rebuilding every second: GET
     latency over 8,000 mounts without and with one hung mount beside them,
@@ -515,6 +584,12 @@ def phase_hung(build, res, quick):
     mount's parked call costs, and a stop while it waits."""
     log("hung mount")
     mount_tmpfs_up_to(MOUNT_COUNTS[-1])
+    for step in (lambda: step_slow_mounts(res, quick), lambda: step_many_hung(res)):
+        try:
+            step()
+        except Exception:  # the other figures still come
+            traceback.print_exc()
+        save(res)
     cycles, seconds = (2, 4) if quick else (6, 5)
     pid, fd, out = daemon_pid(), None, {"window_s": seconds}
     times = {"without": [], "with": []}
@@ -539,18 +614,7 @@ def phase_hung(build, res, quick):
     finally:
         if fd is not None:
             release_mount(fd, "/mnt/hung")
-    # Each figure is the middle one of the windows' own, and each ratio the
-    # middle one of the ratios of neighbouring windows: the shared machine's
-    # load drifts, and a window it spoils does not decide them.
-    middle = lambda values: sorted(values)[len(values) // 2]
-    figures = {}
-    for key, windows in times.items():
-        figures[key] = [{"median": w[len(w) // 2], "p99": w[len(w) * 99 // 100]}
-                        for w in map(sorted, windows)]
-        out[key] = {q: middle([f[q] for f in figures[key]]) for q in ("median", "p99")}
-        out[key].update(max=max(map(max, windows)), gets=sum(map(len, windows)))
-    out["ratio"] = {q: middle([a[q] / b[q] for a, b in zip(figures["with"], figures["without"])])
-                    for q in ("median", "p99")}
+    window_figures(times, out)
     res["hung_mount"] = out
 
 
@@ -706,6 +770,8 @@ def rows(res):
                     "%.2f" % (ours / ref), "<= 1.20", ours <= 1.2 * ref)
         row(what + " flat", flat)
     row("9 hung mount", lambda: hung_mount_row(res))
+    row("9 slow mounts", lambda: slow_mounts_row(res))
+    row("9 many hung", lambda: many_hung_row(res))
     return out
 
 
@@ -717,6 +783,29 @@ def hung_mount_row(res):
             % MOUNT_COUNTS[-1], "%.2f, %.2f" % (h["with"]["median"], h["with"]["p99"]),
             "%.2f, %.2f" % (h["without"]["median"], h["without"]["p99"]),
             "%.2f, %.2f" % tuple(ratios), "<= 1.1", max(ratios) <= 1.1)
+
+
+def slow_mounts_row(res):
+    """Rows listed of 100 mounts answering in 5 ms, and GET latency with
+    them against the same answering at once."""
+    h = res["slow_mounts"]
+    ratios = [h["ratio"][q] for q in ("median", "p99")]
+    return ("9 slow mounts: rows listed / mounted, %d x %d ms; GET ms (median, p99) | 0 ms"
+            % (SLOW_MOUNTS, SLOW_MS),
+            "%d / %d; %.2f, %.2f" % (h["listed"], h["mounted"], h["with"]["median"],
+                                     h["with"]["p99"]),
+            "%.2f, %.2f" % (h["without"]["median"], h["without"]["p99"]),
+            "%.2f, %.2f" % tuple(ratios), "all listed", h["listed"] == h["mounted"])
+
+
+def many_hung_row(res):
+    """The live rows listed with 100 hung mounts beside them, and the
+    threads those hold."""
+    h = res["many_hung"]
+    return ("9 many hung: live rows listed / expected, %d hung; threads held" % MANY_HUNG,
+            "%d / %d; +%d" % (h["live"], h["expected"], h["threads"]), "", "",
+            "all listed, <= +272", h["live"] == h["expected"] and h["hung_listed"] == 0
+            and h["threads"] <= 272)
 
 
 def hung_mount_note(res):
@@ -797,7 +886,8 @@ def print_table(res):
 
 def main(argv):
     quick = "--quick" in argv
-    args = [a for a in argv if a != "--quick"]
+    only = [a.split("=", 1)[1] for a in argv if a.startswith("--only=")]
+    args = [a for a in argv if a != "--quick" and not a.startswith("--only=")]
     if args[:1] == ["--phase"]:
         global progress
         phase, build, path, fd = args[1:5]
@@ -824,13 +914,14 @@ def main(argv):
     with open(res["_log"], "w") as session_log:
         # The fleet first: its hosts copy this host's mounts, which the file
         # system step leaves at 8,000.
-        log("fleet")
-        try:
-            step_fleet(build, res, quick)
-        except Exception:  # the other figures still come
-            session_log.write(traceback.format_exc())
-        save(res)
-        for phase in ("reconnect", "main", "hung"):
+        if not only:
+            log("fleet")
+            try:
+                step_fleet(build, res, quick)
+            except Exception:  # the other figures still come
+                session_log.write(traceback.format_exc())
+            save(res)
+        for phase in only or ("reconnect", "main", "hung"):
             log("session: " + phase)
             if phase == "hung":  # its daemon rebuilds every second
                 os.makedirs("/var/sma_snmp", exist_ok=True)

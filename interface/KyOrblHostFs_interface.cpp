@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <new>
 #include <string>
@@ -102,11 +103,11 @@ void refresh_flist_CB(void) {
     populate_filesystem_list();
 }
 
-// The mount table is read first and the statvfs calls made all together
-// (platform/mount_probe.h), each answered within a short deadline: a hung
-// file system holds the loop for that long once, then not at all while it
-// hangs. One that does not answer in time is left out like one whose
-// statvfs fails.
+// The statvfs calls are made all together while the mount table is read
+// (platform/mount_probe.h), each rebuild waiting for them a short while: a
+// slow file system keeps its last answer for a few seconds, a hung one holds
+// the loop for that short while once, then not at all while it hangs. One
+// past its limit is left out like one whose statvfs fails.
 int populate_filesystem_list(void) {
     FILE *fp = platform::open_for_reading(MNTTAB);
     if (!fp) {
@@ -117,22 +118,26 @@ int populate_filesystem_list(void) {
     return platform::c_call(0, [fp] {
         std::unique_ptr<FILE, int (*)(FILE *)> table(fp, fclose);
         int result = 1;
-        std::vector<std::string> paths, disks;
-        struct mnttab entry;
-        // A malformed entry ends the scan as the end of the table does.
-        while (solaris::getmntent(fp, &entry) == 0) {
-            // Excluded types never reach statvfs.
-            if (isExcludedFTYpe(entry.mnt_fstype)) {
-                result = 0;
-                continue;
-            }
-            paths.emplace_back(entry.mnt_mountp);
-            disks.emplace_back(entry.mnt_special);
-        }
+        std::deque<platform::MountId> mounts;
+        // The calls begin while the table is read: one entry at a time.
+        const std::vector<platform::StatAnswer> answers =
+            platform::mount_probe().stat_all([&]() -> const platform::MountId * {
+                struct mnttab entry;
+                // A malformed entry ends the scan as the end of the table does.
+                while (solaris::getmntent(fp, &entry) == 0) {
+                    // Excluded types never reach statvfs.
+                    if (isExcludedFTYpe(entry.mnt_fstype)) {
+                        result = 0;
+                        continue;
+                    }
+                    mounts.push_back({entry.mnt_mountp, entry.mnt_special, entry.mnt_fstype});
+                    return &mounts.back();
+                }
+                return nullptr;
+            });
         table.reset();
-        const std::vector<platform::StatAnswer> answers = platform::mount_probe().stat_all(paths);
-        for (size_t i = 0; i < paths.size(); ++i) {
-            if (get_fs_usage(paths[i].c_str(), disks[i].c_str(), answers[i]) != 1) {
+        for (size_t i = 0; i < mounts.size(); ++i) {
+            if (get_fs_usage(mounts[i].path.c_str(), mounts[i].source.c_str(), answers[i]) != 1) {
                 result = 0;
             }
         }
@@ -141,8 +146,8 @@ int populate_filesystem_list(void) {
 }
 
 int get_fs_usage(const char *path, const char *disk, const platform::StatAnswer &answer) {
-    // An entry unmounted since the mount-table read, or not answering in
-    // time, is skipped silently and takes no index.
+    // An entry unmounted since the mount-table read, not answered yet, or
+    // stuck, is skipped silently and takes no index.
     if (!answer.answered || answer.rc != 0) {
         return 0;
     }

@@ -17,9 +17,10 @@ namespace platform {
 namespace offloop {
 
 // Threads are started as jobs need them and then kept, waiting for the
-// next: one for the work of a rebuild and one per call that hangs. A cap,
-// so that nothing piles up whatever the host does.
-constexpr size_t kMaxThreads = 32;
+// next: those asking the mounts of a rebuild and one per call that hangs
+// (platform/mount_probe.h counts them). A cap, so that nothing piles up
+// whatever the host does.
+constexpr size_t kMaxThreads = 272;
 
 // Runs work on an idle thread (a new one when none is idle); done runs on
 // the main thread once work has returned. False, and nothing run, when all
@@ -35,6 +36,8 @@ void drain();
 void wait(int ms);
 // Threads there now: working, waiting in a call, or idle.
 size_t threads();
+// Threads in a job now.
+size_t busy();
 // At the stop: a job that finishes later rings nothing. Jobs still
 // running are left to the end of the process, which does not wait for them.
 void close_completion_fd();

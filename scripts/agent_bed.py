@@ -172,6 +172,20 @@ def hung_fuse_mount(path):
     return fd
 
 
+def start_slow_fuse(paths, delay_ms):
+    """scripts/slow_fuse.py serving paths, once they are all mounted; its
+    stop() unmounts them."""
+    p = Process(["/usr/bin/python3", os.path.join(HERE, "slow_fuse.py"), str(delay_ms), *paths],
+                None)
+    wanted = set(paths)
+
+    def mounted():
+        with open("/proc/self/mounts") as f:
+            return wanted <= {l.split()[1] for l in f if l.startswith("slow ")}
+    wait_for(mounted, timeout=60, what="the slow mounts")
+    return p
+
+
 class Process:
     """log_path None: the output goes where this program's goes."""
     def __init__(self, argv, log_path, **kw):
@@ -208,6 +222,7 @@ class Bed:
         self.daemon = os.path.join(build, "bin", "temhostd")
         self.master = self.trap_receiver = None
         self.daemons, self.mounts, self.fuse_fds = [], [], []
+        self.slow_fuse = None
 
     def fresh_host(self):
         """Empty state, configuration and run directories for this bed alone."""
@@ -216,7 +231,7 @@ class Bed:
 
     def close(self):
         """Stops what the bed started, the daemons before their master."""
-        for p in [*self.daemons, self.master, self.trap_receiver]:
+        for p in [*self.daemons, self.master, self.trap_receiver, self.slow_fuse]:
             if p:
                 p.stop()
         for fd in self.fuse_fds:  # every call waiting on a hung mount returns
@@ -235,6 +250,11 @@ class Bed:
         """hung_fuse_mount, undone by close()."""
         self.fuse_fds.append(hung_fuse_mount(path))
         self.mounts.append(path)
+
+    def slow_mounts(self, paths, delay_ms):
+        """Live FUSE mounts at paths answering after delay_ms
+        (scripts/slow_fuse.py), unmounted by close()."""
+        self.slow_fuse = start_slow_fuse(paths, delay_ms)
 
     def start_master(self, extra_conf="", base_conf=MASTER_CONF, probe_community=RO_COMMUNITY):
         """base_conf replaces the bed's configuration; probe_community then
