@@ -2,6 +2,7 @@
 #include "mib-extns/vorHoFileSysTable.h"
 
 #include "interface/KyOrblHostFs_interface.h"
+#include "interface/fs_exclude.h"
 #include "mib-extns/mib_registration.h"
 #include "mib-extns/object_map.h"
 #include "mib-extns/vorMeMibGroup.h"
@@ -27,6 +28,8 @@ static void rebuild_if_due(void) {
 
 void init_vorHoFileSysTable(void) {
     initialize_table_vorHoFileSysTable();
+    // The operator's exclusions, from the daemon's configuration file.
+    register_fs_exclude_directives();
 }
 
 void initialize_table_vorHoFileSysTable(void) {
