@@ -18,7 +18,7 @@ play -e @$work/more.yml -e @$work/new.yml -e @$work/units.yml
 ct grep -qx 'softwareWatch utility procps unit pasture-feeder' /etc/snmp/temhostd.conf ||
     fail "no unit line in temhostd.conf"
 # The row's state; polling is off, so a walk rebuilds at most every 15 s.
-unit_row() { v3 walk 1.3.6.1.4.1.32473.11.2.7.2.1.2 | awk '{ print $NF }' | tr -dc '0-9'; }
+unit_row() { v3 walk 1.3.6.1.4.1.32473.11.2.7.2.1.2 2>/dev/null | awk '{ print $NF }' | tr -dc '0-9'; }
 unit_row_becomes() {
     start=$(date +%s)
     until [ "$(unit_row)" = "$1" ]; do
