@@ -580,6 +580,7 @@ TEST_F(SwVer, UnitWatchFormsErrorsAndStates) {
         {"5 gone unit gone", "gone.service"},
         {"5 rel unit rel.service", "rel.service"},
         {"5 act unit act.service", "act.service"},
+        {"5 esc unit mnt-a\\\\x2db.mount", "mnt-a\\x2db.mount"}, // the reader's escape
         {"5 bad unit", "!missing name after \"unit\""},
         {"5 bad unit it's", "!not a unit name \"it's\""},
         {"5 bad unit tmpl@.service", "!not a unit name"},
@@ -619,7 +620,8 @@ TEST_F(SwVer, UnitWatchFormsErrorsAndStates) {
     g_units_out = block("loaded", "active") + "\n" + block("loaded", "failed") + "\n" +
                   block("loaded", "inactive") + "\n" + block("loaded", "activating") + "\n" +
                   block("masked", "deactivating") + "\n" + block("not-found", "inactive") + "\n" +
-                  block("loaded", "reloading") + "\n" + block("loaded", "active") + "\n";
+                  block("loaded", "reloading") + "\n" + block("loaded", "active") + "\n" +
+                  block("loaded", "active") + "\n";
     for (int refresh = 0; refresh < 2; ++refresh) {
         g_runs.clear();
         ASSERT_EQ(1, refresh_SwverLoad_CB());
@@ -628,13 +630,14 @@ TEST_F(SwVer, UnitWatchFormsErrorsAndStates) {
         EXPECT_NE(std::string::npos,
                   g_runs.begin()->first.find(
                       " -- 'nginx.service' 'cron.service' 'ssh.socket' 'getty@tty1.service' "
-                      "'dbus.broker.service' 'gone.service' 'rel.service' 'act.service'"))
+                      "'dbus.broker.service' 'gone.service' 'rel.service' 'act.service' "
+                      "'mnt-a\\x2db.mount'"))
             << g_runs.begin()->first;
         EXPECT_EQ("23333122", states()) << "nginx cron ssh getty dbus gone rel act";
     }
     // One block short (an error part way), a block without a state, or no
     // systemctl at all: what cannot be placed is unknown.
-    for (int blocks : {2, 9}) {
+    for (int blocks : {2, 10}) {
         g_units_out.clear();
         for (int i = 0; i < blocks; ++i)
             g_units_out += block("loaded", "active") + "\n";
@@ -643,7 +646,7 @@ TEST_F(SwVer, UnitWatchFormsErrorsAndStates) {
     }
     g_units_out = "LoadState=loaded\n\n" + block("loaded", "failed") + "\n" + std::string(6, '\n') +
                   "\n" + "ActiveState=active\n\n";
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 6; ++i)
         g_units_out += block("loaded", "active") + "\n";
     refresh_SwverLoad_CB();
     EXPECT_EQ("13122222", states());
