@@ -106,11 +106,10 @@ void free_fsExcludePath(void) {
     s_patterns.clear();
 }
 
-void register_fs_exclude_directives(void) {
-    // No type: the daemon's own configuration file, as init_agent named it.
-    register_config_handler(nullptr, FS_EXCLUDE_TYPE_TOKEN, parse_fsExcludeType, free_fsExcludeType,
+void register_fs_exclude_directives(const char *app) {
+    register_config_handler(app, FS_EXCLUDE_TYPE_TOKEN, parse_fsExcludeType, free_fsExcludeType,
                             FS_EXCLUDE_TYPE_HELP);
-    register_config_handler(nullptr, FS_EXCLUDE_PATH_TOKEN, parse_fsExcludePath, free_fsExcludePath,
+    register_config_handler(app, FS_EXCLUDE_PATH_TOKEN, parse_fsExcludePath, free_fsExcludePath,
                             FS_EXCLUDE_PATH_HELP);
 }
 

@@ -21,8 +21,9 @@ void parse_fsExcludePath(const char *token, char *line);
 void free_fsExcludeType(void);
 void free_fsExcludePath(void);
 
-// Registers both directives with the configuration reader (before it reads).
-void register_fs_exclude_directives(void);
+// Registers both directives for the application's configuration file,
+// before the library reads it.
+void register_fs_exclude_directives(const char *app);
 
 // True when the operator excluded a mount of this type at this point.
 bool fs_excluded(const char *fstype, const char *mount_point);

@@ -6,6 +6,7 @@
 #include "mib-extns/mib_registration.h"
 #include "mib-extns/object_map.h"
 #include "mib-extns/vorMeMibGroup.h"
+#include "temhostd.h"
 
 #define FS_TABLE_TOKEN "vorHoFileSysTable:initialize_table_vorHoFileSysTable"
 
@@ -29,7 +30,7 @@ static void rebuild_if_due(void) {
 void init_vorHoFileSysTable(void) {
     initialize_table_vorHoFileSysTable();
     // The operator's exclusions, from the daemon's configuration file.
-    register_fs_exclude_directives();
+    register_fs_exclude_directives(APPL_NAME);
 }
 
 void initialize_table_vorHoFileSysTable(void) {
