@@ -54,6 +54,10 @@ SW_REBUILD_INTERVAL = 15
 IDLE_SECONDS, QUICK_IDLE_SECONDS = 120, 30
 MOUNT_COUNTS = (50, 2000, 8000)
 SLOW_MOUNTS, SLOW_MS, MANY_HUNG = 100, 5, 100
+# The container host: overlay mounts where Docker puts them, and the
+# exclusion the packaged temhostd.conf suggests for them.
+OVERLAYS, OVERLAY_DIR = 2000, "/var/lib/docker/overlay2"
+CONTAINER_EXCLUSION = "fsExcludePath /var/lib/docker/*"
 LOOPBACK_CONNECTIONS = 20000
 FLEET_SIZES, FLEET_INTERVAL, FLEET_WINDOW, QUICK_FLEET_WINDOW = (5, 20), 2, 60, 20
 HOSTRES_EXPORTER = "127.0.0.1:9117"
@@ -219,6 +223,33 @@ def mount_tmpfs_up_to(count):
         os.makedirs(path, exist_ok=True)
         if _libc.mount(b"tmpfs", path.encode(), b"tmpfs", 0, b"size=1m") != 0:
             raise OSError(ctypes.get_errno(), "mount " + path)
+
+
+def mount_overlays(count):
+    """count overlay file systems at OVERLAY_DIR/N/merged, as Docker mounts
+    them (one shared lower layer, an upper and work directory each on a
+    tmpfs), through the system call."""
+    base = "/run/overlay-layers"
+    os.makedirs(base, exist_ok=True)
+    if not os.path.ismount(base):
+        if _libc.mount(b"tmpfs", base.encode(), b"tmpfs", 0, b"size=64m") != 0:
+            raise OSError(ctypes.get_errno(), "mount " + base)
+    os.makedirs(base + "/lower", exist_ok=True)
+    for n in range(count):
+        path = "%s/%d/merged" % (OVERLAY_DIR, n)
+        os.makedirs(path, exist_ok=True)
+        if os.path.ismount(path):
+            continue
+        for d in ("upper", "work"):
+            os.makedirs("%s/%s%d" % (base, d, n), exist_ok=True)
+        data = "lowerdir=%s/lower,upperdir=%s/upper%d,workdir=%s/work%d" % (base, base, n, base, n)
+        if _libc.mount(b"overlay", path.encode(), b"overlay", 0, data.encode()) != 0:
+            raise OSError(ctypes.get_errno(), "mount " + path)
+
+
+def unmount_overlays(count):
+    for n in range(count):
+        _libc.umount2(("%s/%d/merged" % (OVERLAY_DIR, n)).encode(), 2)  # MNT_DETACH
 
 
 def _hold_connections(count):
@@ -412,6 +443,68 @@ def step_file_systems(build, res, quick):
             "refresh_min_ms": grab(r"min ([\d.]+) us", refresh) / 1000,
             "read_ms": float(read_ms), "statvfs_ms": float(statvfs_ms)}
         log("file systems: %d mounts measured" % int(mounts))
+
+
+# --- a container host ----------------------------------------------------------
+
+def container_window(pid):
+    """One rebuild window of the file system table: the walk that rebuilds
+    it (the first past the interval: wall ms, the daemon's CPU ms), then
+    walks served from the list until the window ends (best wall and the
+    daemon's CPU, us per varbind)."""
+    time.sleep(FS_REBUILD_INTERVAL + 1)
+    t0 = cpu_ticks(pid)
+    n, secs = walk(FS_TABLE)
+    ticks = cpu_ticks(pid) - t0
+    served = walk_cost(FS_TABLE, pid, until=time.monotonic() + FS_REBUILD_INTERVAL - 2.5,
+                       prime=False)
+    return {"rows": n // 7, "rebuild_walk_ms": secs * 1000, "rebuild_cpu_ms": ticks * 1000 / HZ,
+            "wall_us": served["wall_us"], "cpu_us": served["cpu_us"]}
+
+
+def best_of(windows):
+    """Each figure's least over the windows (the machine is shared)."""
+    return dict({k: min(w[k] for w in windows) for k in windows[0]}, windows=len(windows))
+
+
+def refresh_cpu(build, *lines):
+    out = bench(build, "fs_refresh_bench", 20, *lines)
+    return {"cpu_ms": grab(r"cpu ([\d.]+) us", out) / 1000,
+            "mean_ms": grab(r"mean ([\d.]+) us", out) / 1000, "rows": int(grab(r"(\d+) rows", out))}
+
+
+def phase_container(build, res, quick):
+    """A daemon without exclusions: the file system table over the host's
+    own mounts, then with OVERLAYS overlay mounts beside them; a rebuild's
+    CPU over them with the exclusion and without (bench/fs_refresh_bench)."""
+    log("container host: %d overlay mounts, no exclusion" % OVERLAYS)
+    windows, out = 1 if quick else 3, {}
+    out["host"] = best_of([container_window(daemon_pid()) for _ in range(windows)])
+    mount_overlays(OVERLAYS)
+    out["overlays"] = best_of([container_window(daemon_pid()) for _ in range(windows)])
+    out["refresh_plain"] = refresh_cpu(build)
+    out["refresh_excluded"] = refresh_cpu(build, CONTAINER_EXCLUSION)
+    res["container"] = out
+
+
+def phase_container_excluded(build, res, quick):
+    """A daemon with the exclusion: windows with the overlays mounted
+    alternate with windows without them (the machine's load drifts)."""
+    log("container host: %d overlay mounts excluded" % OVERLAYS)
+    out, windows = res["container"], {"excluded": [], "host_excluding": []}
+    for cycle in range(1 if quick else 3):
+        if cycle:
+            mount_overlays(OVERLAYS)
+        windows["excluded"].append(container_window(daemon_pid()))
+        unmount_overlays(OVERLAYS)
+        windows["host_excluding"].append(container_window(daemon_pid()))
+    out.update({k: best_of(w) for k, w in windows.items()})
+    # Each cycle's own ratio, to show how far the shared machine's load
+    # moves a single window.
+    out["cycle_ratios"] = [e["wall_us"] / h["wall_us"]
+                           for e, h in zip(windows["excluded"], windows["host_excluding"])]
+    out["refresh_host"] = refresh_cpu(build)
+    res["container"] = out
 
 
 # --- the fleet ---------------------------------------------------------------
@@ -772,7 +865,52 @@ def rows(res):
     row("9 hung mount", lambda: hung_mount_row(res))
     row("9 slow mounts", lambda: slow_mounts_row(res))
     row("9 many hung", lambda: many_hung_row(res))
+    row("10 container host walk", lambda: container_walk_row(res))
+    row("10 container host CPU", lambda: container_cpu_row(res))
     return out
+
+
+def container_walk_row(res):
+    """Walks served from the list with the overlays excluded, against the
+    same daemon's once they are unmounted, in alternating windows: the best
+    of each (the cycles' own ratios are in the note)."""
+    c = res["container"]
+    ours, ref = c["excluded"]["wall_us"], c["host_excluding"]["wall_us"]
+    ratio = ours / ref
+    return ("10 container host: fs walk us/varbind, %d overlays excluded | host without them"
+            % OVERLAYS, "%.1f" % ours, "%.1f" % ref, "%.2f" % ratio, "<= 1.1", ratio <= 1.1)
+
+
+def container_cpu_row(res):
+    c = res["container"]
+    ours, ref = c["refresh_excluded"]["cpu_ms"], c["refresh_plain"]["cpu_ms"]
+    return ("10 container host: rebuild CPU ms, %d overlays excluded | not excluded" % OVERLAYS,
+            "%.2f" % ours, "%.2f" % ref, "%.2f" % (ours / ref), "", None)
+
+
+def container_note(res):
+    c = res.get("container")
+    if not c or "host_excluding" not in c:
+        return []
+    e, h, o, a = c["excluded"], c["host_excluding"], c["overlays"], c["host"]
+    return ["container host: %d overlay mounts (one shared lower layer, upper and work "
+            "directories on a tmpfs) at %s/N/merged beside the host's own, excluded by \"%s\" "
+            "(a daemon of its own: the file is read at start); best of %d alternating windows "
+            "each, the cycles' own walk ratios %s; rows "
+            "%d excluded, %d host alone, %d without the exclusion. Walks served from the list, "
+            "us/varbind: %.1f excluded, %.1f host alone, %.1f without the exclusion (%.1f host "
+            "alone, same daemon). The walk that rebuilds the table, ms: %.1f excluded, %.1f "
+            "host alone, %.1f without the exclusion (daemon CPU %.0f | %.0f | %.0f ms). A "
+            "rebuild in process (fs_refresh_bench, 20 runs), CPU ms: %.2f excluded, %.2f not, "
+            "%.2f host alone: the excluded rebuild still reads the overlays' lines of "
+            "/proc/self/mounts"
+            % (OVERLAYS, OVERLAY_DIR, CONTAINER_EXCLUSION, e["windows"],
+               " ".join("%.2f" % r for r in c["cycle_ratios"]), e["rows"], h["rows"],
+               o["rows"], e["wall_us"], h["wall_us"], o["wall_us"], a["wall_us"],
+               e["rebuild_walk_ms"], h["rebuild_walk_ms"], o["rebuild_walk_ms"],
+               e["rebuild_cpu_ms"], h["rebuild_cpu_ms"], o["rebuild_cpu_ms"],
+               c["refresh_excluded"]["cpu_ms"], c["refresh_plain"]["cpu_ms"],
+               c["refresh_host"]["cpu_ms"])]
 
 
 def hung_mount_row(res):
@@ -875,6 +1013,7 @@ def print_table(res):
                         f["temhostd"]["samples"], f["hostres"]["scrapes"],
                         f["hostres"]["samples"]))
     notes += hung_mount_note(res)
+    notes += container_note(res)
     if any(r[5] == "FAILED" for r in body):
         notes.append("FAILED rows: their step failed; the sessions' output is in " + res["_log"])
     print()
@@ -894,7 +1033,8 @@ def main(argv):
         progress = os.fdopen(int(fd), "w")
         with open(path) as f:
             res = json.load(f)
-        {"reconnect": phase_reconnect, "main": phase_main, "hung": phase_hung}[phase](
+        {"reconnect": phase_reconnect, "main": phase_main, "hung": phase_hung,
+         "container": phase_container, "container_excluded": phase_container_excluded}[phase](
             build, res, quick)
         res["done_" + phase] = True
         save(res)
@@ -921,12 +1061,17 @@ def main(argv):
             except Exception:  # the other figures still come
                 session_log.write(traceback.format_exc())
             save(res)
-        for phase in only or ("reconnect", "main", "hung"):
+        for phase in only or ("reconnect", "container", "container_excluded", "main", "hung"):
             log("session: " + phase)
             if phase == "hung":  # its daemon rebuilds every second
                 os.makedirs("/var/sma_snmp", exist_ok=True)
                 with open("/var/sma_snmp/temhostd.conf", "a") as f:
                     f.write("defaultPollFreq(sec) 1\n")
+            # The daemon reads its exclusions at start: a session of its own.
+            if phase == "container_excluded":
+                os.makedirs("/etc/snmp", exist_ok=True)
+                with open("/etc/snmp/temhostd.conf", "a") as f:
+                    f.write(CONTAINER_EXCLUSION + "\n")
             cmd = [sys.executable, os.path.join(SCRIPTS, "agent_bed.py"), "--master-conf", conf, build,
                    sys.executable, os.path.abspath(__file__), "--phase", phase, build,
                    res["_path"], str(progress_fd)] + (["--quick"] if quick else [])
@@ -940,6 +1085,12 @@ def main(argv):
             with open(res["_path"]) as f:
                 if not json.load(f).get("done_" + phase):
                     log("session %s did not finish; see %s" % (phase, res["_log"]))
+            if phase == "container_excluded":
+                unmount_overlays(OVERLAYS)  # whatever the session left
+                with open("/etc/snmp/temhostd.conf") as f:
+                    kept = [x for x in f if x.strip() != CONTAINER_EXCLUSION]
+                with open("/etc/snmp/temhostd.conf", "w") as f:
+                    f.writelines(kept)
     with open(res["_path"]) as f:
         res = json.load(f)
     print_table(res)

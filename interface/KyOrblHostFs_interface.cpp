@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "interface/debug.h"
+#include "interface/fs_exclude.h"
 #include "interface/row_index.h"
 #include "platform/guard.h"
 #include "platform/host_files.h"
@@ -125,8 +126,9 @@ int populate_filesystem_list(void) {
                 struct mnttab entry;
                 // A malformed entry ends the scan as the end of the table does.
                 while (solaris::getmntent(fp, &entry) == 0) {
-                    // Excluded types never reach statvfs.
-                    if (isExcludedFTYpe(entry.mnt_fstype)) {
+                    // Excluded types (and the operator's exclusions) never reach statvfs.
+                    if (isExcludedFTYpe(entry.mnt_fstype) ||
+                        fs_excluded(entry.mnt_fstype, entry.mnt_mountp)) {
                         result = 0;
                         continue;
                     }

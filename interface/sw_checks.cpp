@@ -128,7 +128,12 @@ bool runs_script(std::string_view line, std::string_view name) {
     return false;
 }
 
+int unit_state(const CommandOutput &out, const char *unit);
+
 int look_in(const CommandOutput &out, int check, const char *exe) {
+    if (check == CHECK_UNIT) {
+        return unit_state(out, exe);
+    }
     if (!out.ran) {
         return SWVER_STATUS_UNKNOWN;
     }
@@ -154,8 +159,60 @@ std::string script_list_command() {
     return std::string(platform::ps_path()) + " -e -o comm:" NAME_WIDTH_TEXT "=,args=";
 }
 
+// The watched units, in the order systemctl is asked about them.
+std::vector<std::string> s_units;
+
+// "systemctl show" prints one block of properties per unit asked for, in
+// that order, separated by blank lines; an alias is answered under the
+// unit's own Id, so the position, not the name, says which unit it is.
+int unit_state(const CommandOutput &out, const char *unit) {
+    const auto at = std::find(s_units.begin(), s_units.end(), unit);
+    if (!out.ran || at == s_units.end()) {
+        return SWVER_STATUS_UNKNOWN;
+    }
+    const size_t wanted = static_cast<size_t>(at - s_units.begin());
+    std::vector<std::pair<std::string, std::string>> blocks; // load, active
+    bool in_block = false;
+    for (const std::string &line : out.lines) {
+        if (line.empty()) {
+            in_block = false;
+            continue;
+        }
+        if (!in_block) {
+            blocks.emplace_back();
+            in_block = true;
+        }
+        if (line.compare(0, 10, "LoadState=") == 0) {
+            blocks.back().first = line.substr(10);
+        } else if (line.compare(0, 12, "ActiveState=") == 0) {
+            blocks.back().second = line.substr(12);
+        }
+    }
+    // Anything but one block per unit (an error part way, a systemctl that
+    // prints something else) leaves every unit unknown.
+    if (blocks.size() != s_units.size()) {
+        return SWVER_STATUS_UNKNOWN;
+    }
+    const auto &[load, active] = blocks[wanted];
+    if (load.empty() || load == "not-found" || active.empty()) {
+        return SWVER_STATUS_UNKNOWN;
+    }
+    return active == "active" || active == "reloading" ? SWVER_STATUS_RUNNING
+                                                       : SWVER_STATUS_STOPPED;
+}
+
 std::string list_command(int check) {
     switch (check) {
+    case CHECK_UNIT: {
+        // Unit names hold no quote (the watch list checks them): each is
+        // one single-quoted word, its backslash escapes (\x2d) kept.
+        std::string command =
+            std::string(platform::systemctl_path()) + " show --property=LoadState,ActiveState --";
+        for (const std::string &unit : s_units) {
+            command += " '" + unit + "'";
+        }
+        return command;
+    }
     case CHECK_MODULE:
         return std::string(platform::modinfo_path()) + " -w";
     case CHECK_PROCESS_NAME:
@@ -166,6 +223,16 @@ std::string list_command(int check) {
 }
 
 } // namespace
+
+void add_watched_unit(const std::string &unit) {
+    if (std::find(s_units.begin(), s_units.end(), unit) == s_units.end()) {
+        s_units.push_back(unit);
+    }
+}
+
+void clear_watched_units(void) {
+    s_units.clear();
+}
 
 void set_swver_command_runner(swver_command_fn run) {
     s_runner = run;

@@ -3,16 +3,23 @@
 // answered from one run of each check command per refresh (the process list,
 // the module list) instead of one pipeline per row, with the list commands
 // the watch list needs started before the package listing so that they run
-// at the same time. The inventory's IsProcessRunning/IsDriverLoaded call
-// sw_check.
+// at the same time; the watched systemd units' states come from one
+// "systemctl show" of them all. The inventory's IsProcessRunning/
+// IsDriverLoaded call sw_check.
 #pragma once
 
 #include <string>
 #include <vector>
 
 // CHECK_PROCESS and CHECK_MODULE keep the filter rows' grep of a listing
-// line; CHECK_PROCESS_NAME, the watch list's, matches a process's own name.
-enum { CHECK_NONE, CHECK_PROCESS, CHECK_MODULE, CHECK_PROCESS_NAME };
+// line; CHECK_PROCESS_NAME, the watch list's, matches a process's own name;
+// CHECK_UNIT asks systemd for a unit's state.
+enum { CHECK_NONE, CHECK_PROCESS, CHECK_MODULE, CHECK_PROCESS_NAME, CHECK_UNIT };
+
+// The units CHECK_UNIT may ask about, all asked at once in this order
+// (each once); cleared when the watch list is read again.
+void add_watched_unit(const std::string &unit);
+void clear_watched_units(void);
 
 // Runs one check command (the process or module list) and gives its output
 // lines; false when it could not be started. Tests put in a runner of their
@@ -30,6 +37,9 @@ void set_swver_command_runner(swver_command_fn run);
 // started through its "#!" line: a process whose command name is NAME cut
 // to 15 and whose second or third argument (after the interpreter and at
 // most one argument of its own) is a path whose file name is NAME.
+// CHECK_UNIT: 2 when the unit's ActiveState is active or reloading, 3 for
+// any other, 1 when systemd does not know it (LoadState not-found) or
+// cannot answer.
 int sw_check(int check, const char *exe);
 
 // While one is alive (a refresh), each distinct check command runs once

@@ -61,6 +61,37 @@ static int kind_from(const char *word) {
     return 0;
 }
 
+// A unit as systemd names it: the characters of a unit name, a type
+// suffix (.service when none is given), 255 characters at most, a template
+// only with its instance. Empty when it cannot be one; the name goes into
+// a command line as one single-quoted word, so no quote may pass.
+static std::string unit_name(const char *word) {
+    static const char *const suffixes[] = {".service",   ".socket", ".device", ".mount",
+                                           ".automount", ".swap",   ".target", ".path",
+                                           ".timer",     ".slice",  ".scope"};
+    std::string unit = word;
+    if (unit.empty() || unit[0] == '.' || unit[0] == '@' ||
+        unit.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                               "0123456789:-_.\\@") != std::string::npos) {
+        return "";
+    }
+    bool typed = false;
+    for (const char *suffix : suffixes) {
+        const size_t n = strlen(suffix);
+        typed = typed || (unit.size() > n && unit.compare(unit.size() - n, n, suffix) == 0);
+    }
+    if (!typed) {
+        unit += ".service";
+    }
+    const size_t at = unit.find('@');
+    if (unit.size() > 255 ||
+        (at != std::string::npos &&
+         (unit.find('@', at + 1) != std::string::npos || unit[at + 1] == '.'))) {
+        return "";
+    }
+    return unit;
+}
+
 // The next word of the line (quotes as the library reads them), or an
 // empty word at its end.
 static char *next_word(char *from, char (&word)[SWVER_VALUE_BUF]) {
@@ -107,8 +138,11 @@ void parse_softwareWatch(const char *token, char *line) {
         how = CHECK_PROCESS_NAME;
     } else if (strcmp(check, "module") == 0) {
         how = CHECK_MODULE;
+    } else if (strcmp(check, "unit") == 0) {
+        how = CHECK_UNIT;
     } else if (check[0]) {
-        return watch_error(token, line, "unknown check", check, " (process NAME or module NAME)");
+        return watch_error(token, line, "unknown check", check,
+                           " (process NAME, module NAME or unit UNIT)");
     }
     if (how != CHECK_NONE && !exe[0]) {
         return watch_error(token, line, "missing name after", check);
@@ -117,7 +151,16 @@ void parse_softwareWatch(const char *token, char *line) {
         return watch_error(token, line, "unexpected word", extra);
     }
     try {
-        s_watch.push_back(WatchLine{type, how, prefix, exe});
+        std::string name = exe;
+        if (how == CHECK_UNIT) {
+            name = unit_name(exe);
+            if (name.empty()) {
+                return watch_error(token, line, "not a unit name", exe,
+                                   " (as systemd names it: nginx.service, getty@tty1.service)");
+            }
+            add_watched_unit(name);
+        }
+        s_watch.push_back(WatchLine{type, how, prefix, name});
     } catch (const std::bad_alloc &) {
         return watch_error(token, line, "out of memory");
     }
@@ -126,4 +169,5 @@ void parse_softwareWatch(const char *token, char *line) {
 
 void free_softwareWatch(void) {
     s_watch.clear();
+    clear_watched_units();
 }

@@ -2,9 +2,11 @@
 #include "mib-extns/vorHoFileSysTable.h"
 
 #include "interface/KyOrblHostFs_interface.h"
+#include "interface/fs_exclude.h"
 #include "mib-extns/mib_registration.h"
 #include "mib-extns/object_map.h"
 #include "mib-extns/vorMeMibGroup.h"
+#include "temhostd.h"
 
 #define FS_TABLE_TOKEN "vorHoFileSysTable:initialize_table_vorHoFileSysTable"
 
@@ -27,6 +29,8 @@ static void rebuild_if_due(void) {
 
 void init_vorHoFileSysTable(void) {
     initialize_table_vorHoFileSysTable();
+    // The operator's exclusions, from the daemon's configuration file.
+    register_fs_exclude_directives(APPL_NAME);
 }
 
 void initialize_table_vorHoFileSysTable(void) {

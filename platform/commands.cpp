@@ -72,4 +72,8 @@ const char *ps_path() {
     return "/bin/ps";
 }
 
+const char *systemctl_path() {
+    return "/bin/systemctl";
+}
+
 } // namespace platform

@@ -8,10 +8,11 @@
 
 namespace platform {
 
-const char *svcs_path();    // Solaris: /usr/bin/svcs
-const char *psrinfo_path(); // Solaris: /usr/sbin/psrinfo
-const char *pkginfo_path(); // Solaris: /usr/bin/pkginfo
-const char *modinfo_path(); // Solaris: /usr/sbin/modinfo
-const char *ps_path();      // /bin/ps on both
+const char *svcs_path();      // Solaris: /usr/bin/svcs
+const char *psrinfo_path();   // Solaris: /usr/sbin/psrinfo
+const char *pkginfo_path();   // Solaris: /usr/bin/pkginfo
+const char *modinfo_path();   // Solaris: /usr/sbin/modinfo
+const char *ps_path();        // /bin/ps on both
+const char *systemctl_path(); // Linux only: /bin/systemctl (Solaris: svcs)
 
 } // namespace platform

@@ -100,6 +100,7 @@ pasture | grep -q Timeticks || fail "the community pasture does not read"
 ct sh -c 'mkdir /run/client && sed "1,/^\[snmp\]/d" /etc/snmp/temhostd.conf >/run/client/snmp.conf &&
     SNMPCONFPATH=/run/client snmpget -t 2 127.0.0.1 1.3.6.1.4.1.32473.11.2.2.1.0' | grep -q STRING ||
     fail "the daemon's SNMPv3 settings do not read through the master"
+. "$here/unit-watch-check.sh"
 
 pid=$(main_pid)
 ct mv /var/log/snmpd.log /var/log/snmpd.log.1

@@ -15,7 +15,8 @@ import time
 import pytest
 
 from conftest import (BUILD, PERSIST_FILE, ROOT, SOURCE, Process, check_walk_rebuilds, get,
-                      getnext, gets_in_usual_time, set_, set_error, table_rows, wait_for, walk)
+                      get_ms, getnext, gets_in_usual_time, set_, set_error, table_rows, wait_for,
+                      walk)
 
 FS_TABLE, CPU_ENTRY, SW_TABLE = ROOT + ".2.4.1", ROOT + ".2.3.1.1", ROOT + ".2.7.2"
 FS_ENTRY, SW_ENTRY = FS_TABLE + ".1", SW_TABLE + ".1"
@@ -379,3 +380,100 @@ def test_watch_list_bad_lines_a_hundred_rows_and_polling_on(bed):
     write_db(("KYQother", "a", "1"))
     assert names() == names() == {i: table[i][4].str for i in table}
     assert daemon.output().count("refresh_refresh_SwverLoad_CB: Enter") == 1, "start-up's only"
+
+
+# systemctl stood in for the real one (the bed has no systemd): it answers
+# "show" from /run/units ("UNIT STATE" lines; a unit not listed is not
+# found), records each call, and never ends while /run/systemctl.hangs exists.
+SYSTEMCTL = """#!/bin/sh
+echo "$*" >>/run/systemctl.calls
+if [ -e /run/systemctl.hangs ]; then sleep 600 & wait; fi
+shift 3
+sep=
+for unit; do
+    printf "$sep"; sep='\\n'
+    state=$(awk -v u="$unit" '$1 == u { print $2 }' /run/units)
+    if [ -n "$state" ]; then load=loaded; else load=not-found state=inactive; fi
+    printf 'LoadState=%s\\nActiveState=%s\\n' "$load" "$state"
+done
+"""
+
+
+def test_watched_units_from_one_systemctl_per_rebuild_and_one_that_hangs(bed):
+    """Polling every second: units active, one failing, one unknown to
+    systemd; then a systemctl that never returns."""
+    write_db(("nginx-core", "web server", "1.22"), ("cron", "daemon", "3.0"),
+             ("ghost", "gone", "1.0"))
+    with open("/etc/snmp/temhostd.conf", "w") as f:
+        f.write("softwareWatch agent nginx unit nginx\nsoftwareWatch 5 cron unit cron.service\n"
+                "softwareWatch 5 ghost unit ghost\nsoftwareWatch 5 bad unit it's\n")
+    with open("/run/units", "w") as f:
+        f.write("nginx.service active\ncron.service reloading\n")
+    with open("/tmp/systemctl", "w") as f:
+        f.write(SYSTEMCTL)
+    os.chmod("/tmp/systemctl", 0o755)
+    subprocess.run(["mount", "--bind", "/tmp/systemctl", "/bin/systemctl"], check=True)
+    bed.mounts.append("/bin/systemctl")
+    bed.write_persistent("defaultPollFreq(sec) 1\n")
+    bed.start_master()
+    d = bed.start_daemon("-D", "vorOrblFSinterface")
+
+    def states():
+        return {cols[4].str: cols[2].int for cols in table_rows(SW_ENTRY).values()}
+    assert states() == {"nginx-core": 2, "cron": 2, "ghost": 1}
+    with open("/run/units", "w") as f:
+        f.write("nginx.service failed\ncron.service active\n")
+    wait_for(lambda: states()["nginx-core"] == 3, what="nginx failed")
+    assert states() == {"nginx-core": 3, "cron": 2, "ghost": 1}
+    out = d.output()
+    assert "line 4: Error: softwareWatch 5 bad unit it's: not a unit name" in out, out
+    with open("/run/systemctl.calls") as f:
+        calls = f.read().splitlines()
+    rebuilds = d.output().count("refresh_refresh_SwverLoad_CB: Enter")
+    assert set(calls) == {"show --property=LoadState,ActiveState -- nginx.service cron.service "
+                          "ghost.service"}
+    assert rebuilds - 1 <= len(calls) <= rebuilds, "one call per rebuild, all units at once"
+    open("/run/systemctl.hangs", "w").close()
+    wait_for(lambda: set(states().values()) == {1}, what="states unknown")
+    # each rebuild waits out the deadline (500 ms), inside the master's 1 s
+    for _ in range(30):
+        ms, reply = get_ms(SW_ENTRY + ".2.1")
+        assert reply.endswith(b"\x02\x01\x01") and ms < 1000, (ms, reply)
+        time.sleep(0.1)
+    os.unlink("/run/systemctl.hangs")
+    wait_for(lambda: states()["nginx-core"] == 3, what="systemctl back")
+    assert re.findall(r"Command /bin/systemctl .*? (did not finish within 500 ms|finishes in time "
+                      r"again)", d.output()) == ["did not finish within 500 ms",
+                                                 "finishes in time again"]
+
+
+def test_file_systems_excluded_by_type_and_path_hung_one_included(bed):
+    """The same mounts without and with the exclusions: the rows left keep
+    their order and are numbered from 0 again; an excluded hung mount is
+    never asked (no log line, no wait)."""
+    for path in ("/mnt/keep-a", "/mnt/docker/x1", "/mnt/keep-b", "/mnt/docker/x2/merged"):
+        bed.mount_tmpfs(path, 4)
+    os.makedirs("/mnt/ram", exist_ok=True)
+    subprocess.run(["mount", "-t", "ramfs", "ramfs", "/mnt/ram"], check=True)
+    bed.mounts.append("/mnt/ram")
+    bed.write_persistent("defaultPollFreq(sec) 1\n")
+    bed.start_master()
+    d = bed.start_daemon()
+    before = [desc for _, desc in sorted((i, c[2].str) for i, c in table_rows(FS_ENTRY).items())]
+    assert {"tmpfs On /mnt/docker/x1", "ramfs On /mnt/ram", "tmpfs On /mnt/keep-b"} <= set(before)
+    d.stop()
+    with open("/etc/snmp/temhostd.conf", "w") as f:
+        f.write("fsExcludeType nsfs, ramfs\nfsExcludePath /mnt/docker/*\nfsExcludeType over*\n"
+                "fsExcludePath docker\n")
+    bed.hang_mount("/mnt/docker/hung")
+    d = bed.start_daemon()
+    table = table_rows(FS_ENTRY)
+    kept = [x for x in before if not re.search(r" On /mnt/(docker/|ram$)", x)]
+    assert [table[i][2].str for i in sorted(table)] == kept
+    assert sorted(table) == list(range(len(kept))), "indexes 0..n-1"
+    assert [table[i][1].int for i in sorted(table)] == sorted(table)
+    gets_in_usual_time(FS_ENTRY + ".3.0", 3)  # three rebuilds
+    out = d.output()
+    assert "/mnt/docker/hung" not in out, out
+    assert "line 3: Error: fsExcludeType: not a file system type \"over*\"" in out, out
+    assert "line 4: Error: fsExcludePath: pattern matches no mount point" in out, out

@@ -14,7 +14,9 @@
 #include "contrib/nagios/check_verdict.h"
 #include "interface/KyOrblHostCpu_interface.h"
 #include "interface/KyOrblHostSysStatus_interface.h"
+#include "interface/fs_exclude.h"
 #include "interface/sw_checks.h"
+#include "interface/sw_watch.h"
 #include "interface/vorHoSwVer_interface.h"
 #include "mib-extns/vorHoInfo.h"
 #include "mib-extns/vorHoSysStatusGroup.h"
@@ -165,6 +167,42 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
             line.substr(0, bar).find('|') != std::string::npos)
             __builtin_trap();
     }
+#elif defined(FUZZ_fuzz_config_directives)
+    // The watch list's and the exclusions' lines of temhostd.conf, fed as the
+    // library feeds them; then the input as systemctl's output for the units
+    // the line took: every state is one the table knows.
+    static const bool ready = (snmp_disable_log(), true); // each bad line is logged
+    static std::string output;
+    if (!ready || size == 0)
+        return 0;
+    std::string line = text.substr(1, strnlen(text.c_str() + 1, size - 1)); // a C string
+    switch (data[0] % 3) {
+    case 0:
+        parse_softwareWatch(SWVER_WATCH_TOKEN, &line[0]);
+        break;
+    case 1:
+        parse_fsExcludeType(FS_EXCLUDE_TYPE_TOKEN, &line[0]);
+        break;
+    default:
+        parse_fsExcludePath(FS_EXCLUDE_PATH_TOKEN, &line[0]);
+    }
+    s_sink = fs_excluded("overlay", "/var/lib/docker/overlay2/x/merged");
+    output = text;
+    set_swver_command_runner([](const char *, std::vector<std::string> *lines) {
+        std::istringstream in(output);
+        for (std::string l; std::getline(in, l);)
+            lines->push_back(l);
+        return true;
+    });
+    for (const char *unit : {"a.service", "nginx.service"}) {
+        const int state = sw_check(CHECK_UNIT, unit);
+        if (state < SWVER_STATUS_UNKNOWN || state > SWVER_STATUS_STOPPED)
+            __builtin_trap();
+    }
+    set_swver_command_runner(nullptr);
+    free_softwareWatch();
+    free_fsExcludeType();
+    free_fsExcludePath();
 #else
 #error "name the target: -DFUZZ_<target>"
 #endif

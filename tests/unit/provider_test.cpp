@@ -18,6 +18,7 @@
 #include "interface/KyOrblHostOsInfo_interface.h"
 #include "interface/KyOrblHostSysStatus_interface.h"
 #include "interface/KyOrblNetSnmp_helpers.h"
+#include "interface/fs_exclude.h"
 #include "interface/sw_checks.h"
 #include "interface/sw_watch.h"
 #include "interface/vorHoSwVer_interface.h"
@@ -124,20 +125,119 @@ TEST(FsFigures, WorkedExamplesZeroRulesAndRandomInputs) {
 
 // The fixture mounts the pseudo types on "/", so that only their exclusion
 // keeps them out, and names a mount point gone since; every rebuild
-// numbers its rows from 0.
+// numbers its rows from 0, and the operator's exclusions take no index.
 TEST(FsList, PseudoTypesAndVanishedMountsLeftOutRowsFromZero) {
     use_fixture("fs/mixed");
-    for (int rebuild = 0; rebuild < 2; ++rebuild) {
-        refresh_flist_CB();
+    const struct {
+        const char *types, *path;
         std::vector<std::string> rows;
-        for (const vorHost_fs_usage_t *n = FileSysUsageList; n; n = n->next) {
-            EXPECT_EQ(static_cast<int>(rows.size()), n->pFsUsage->index);
-            rows.emplace_back(n->pFsUsage->vorHoFileSysDesc);
+    } cases[] = {
+        {nullptr, nullptr, {"/dev/sda1 On /", "tmpfs On /tmp"}},
+        {"tmpfs", nullptr, {"/dev/sda1 On /"}},
+        {nullptr, "/", {"tmpfs On /tmp"}},
+        {"ext4", "/t*", {}},
+    };
+    for (const auto &c : cases) {
+        std::string types = c.types ? c.types : "", path = c.path ? c.path : "";
+        if (c.types)
+            parse_fsExcludeType(FS_EXCLUDE_TYPE_TOKEN, types.data());
+        if (c.path)
+            parse_fsExcludePath(FS_EXCLUDE_PATH_TOKEN, path.data());
+        for (int rebuild = 0; rebuild < 2; ++rebuild) {
+            refresh_flist_CB();
+            std::vector<std::string> rows;
+            for (const vorHost_fs_usage_t *n = FileSysUsageList; n; n = n->next) {
+                EXPECT_EQ(static_cast<int>(rows.size()), n->pFsUsage->index);
+                rows.emplace_back(n->pFsUsage->vorHoFileSysDesc);
+            }
+            EXPECT_EQ(c.rows, rows) << types << " " << path;
         }
-        EXPECT_EQ((std::vector<std::string>{"/dev/sda1 On /", "tmpfs On /tmp"}), rows);
+        free_fsExcludeType();
+        free_fsExcludePath();
     }
     erase_fs_container();
     platform::set_host_root("");
+}
+
+// The log lines of the configuration reader, kept while one is alive.
+struct LogLines {
+    static std::string text;
+    netsnmp_log_handler *handler;
+    LogLines() : handler(netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG)) {
+        text.clear();
+        snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, keep, nullptr);
+    }
+    ~LogLines() {
+        snmp_unregister_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, keep, nullptr, 0);
+        netsnmp_remove_loghandler(handler);
+    }
+    static int keep(int, int, void *message, void *) {
+        text += static_cast<snmp_log_message *>(message)->msg;
+        return 0;
+    }
+};
+std::string LogLines::text;
+
+// The exclusions' forms, and the lines that add nothing with their reason.
+TEST(FsExclude, DirectiveFormsAndErrors) {
+    const struct {
+        const char *token, *line, *error;
+        std::vector<std::pair<std::string, std::string>> excluded, kept; // type, mount point
+    } cases[] = {
+        {"fsExcludeType", "overlay", nullptr, {{"overlay", "/a"}}, {{"overlayfs", "/a"}}},
+        {"fsExcludeType",
+         " overlay , nsfs\ttmpfs,",
+         nullptr,
+         {{"overlay", "/"}, {"nsfs", "/run/netns/x"}, {"tmpfs", "/t"}},
+         {{"ext4", "/"}}},
+        {"fsExcludeType", "fuse.sshfs", nullptr, {{"fuse.sshfs", "/m"}}, {{"fuse", "/m"}}},
+        {"fsExcludeType", "", "missing file system type", {}, {}},
+        {"fsExcludeType", " , ", "missing file system type", {}, {}},
+        {"fsExcludeType",
+         "nsfs overlay*",
+         "not a file system type \"overlay*\"",
+         {},
+         {{"nsfs", "/"}}},
+        {"fsExcludePath",
+         "/var/lib/docker/*",
+         nullptr,
+         {{"ext4", "/var/lib/docker/overlay2/abc/merged"}, {"ext4", "/var/lib/docker/"}},
+         {{"ext4", "/var/lib/docker"}, {"ext4", "/var/lib/dockerd/x"}}},
+        {"fsExcludePath",
+         "\"/mnt/my disk\"",
+         nullptr,
+         {{"ext4", "/mnt/my disk"}},
+         {{"ext4", "/mnt/my"}}},
+        {"fsExcludePath",
+         "*/merged",
+         nullptr,
+         {{"ext4", "/a/b/merged"}},
+         {{"ext4", "/a/merged/b"}}},
+        {"fsExcludePath", "[/]run/k?s", nullptr, {{"ext4", "/run/k8s"}}, {{"ext4", "/run/k88s"}}},
+        {"fsExcludePath", "", "missing pattern", {}, {}},
+        {"fsExcludePath", "/mnt/my disk", "unexpected word", {}, {{"ext4", "/mnt/my"}}},
+        {"fsExcludePath", "docker/*", "pattern matches no mount point", {}, {{"ext4", "docker/x"}}},
+    };
+    for (const auto &c : cases) {
+        LogLines log;
+        std::string line = c.line;
+        if (strcmp(c.token, FS_EXCLUDE_TYPE_TOKEN) == 0)
+            parse_fsExcludeType(c.token, line.data());
+        else
+            parse_fsExcludePath(c.token, line.data());
+        if (c.error)
+            EXPECT_NE(std::string::npos, log.text.find(std::string(c.token) + ": " + c.error))
+                << c.line << ": " << log.text;
+        else
+            EXPECT_EQ("", log.text) << c.line;
+        for (const auto &[type, point] : c.excluded)
+            EXPECT_TRUE(fs_excluded(type.c_str(), point.c_str())) << c.line << " " << point;
+        for (const auto &[type, point] : c.kept)
+            EXPECT_FALSE(fs_excluded(type.c_str(), point.c_str())) << c.line << " " << point;
+        free_fsExcludeType();
+        free_fsExcludePath();
+    }
+    EXPECT_FALSE(fs_excluded("overlay", "/var/lib/docker/x")) << "nothing left after the reset";
 }
 
 cpu_stat_t ticks(uint_t user, uint_t kernel, uint_t idle, uint_t wait) {
@@ -468,6 +568,113 @@ TEST_F(SwVer, EachListRunsOncePerRefreshAndWatchedNamesMatchWhole) {
          {"nginxd", "grep", "sleepe", "sbin/grepperd", "events", "-", "", "long-named-sleeperd",
           "networkd-dispatcherd", "networkd-dispatche", "unattended-upgrades", "wait-for-signal"})
         EXPECT_EQ(3, sw_check(CHECK_PROCESS_NAME, name)) << name;
+}
+
+// systemctl show's blocks, one per unit asked for in that order; "--" marks
+// the end of the command's options, after which the units come.
+std::string g_units_out;
+bool g_units_ran = true;
+bool fake_systemctl(const char *command, std::vector<std::string> *lines) {
+    ++g_runs[command];
+    if (!strstr(command, "/bin/systemctl show --property=LoadState,ActiveState -- "))
+        return fake_lists(command, lines);
+    for (size_t at = 0; at < g_units_out.size();) {
+        const size_t end = std::min(g_units_out.find('\n', at), g_units_out.size());
+        lines->push_back(g_units_out.substr(at, end - at));
+        at = end + 1;
+    }
+    return g_units_ran;
+}
+
+// The watch list's unit form: the names it takes as systemd would, the ones
+// it refuses with the reason, and the states of one "systemctl show" of
+// every watched unit, asked once per refresh.
+TEST_F(SwVer, UnitWatchFormsErrorsAndStates) {
+    const struct {
+        const char *line, *unit_or_error;
+    } lines[] = {
+        {"agent nginx unit nginx", "nginx.service"},
+        {"5 cron unit cron.service", "cron.service"},
+        {"utility ssh unit ssh.socket", "ssh.socket"},
+        {"5 getty unit getty@tty1", "getty@tty1.service"},
+        {"5 dbus unit dbus.broker", "dbus.broker.service"},
+        {"5 gone unit gone", "gone.service"},
+        {"5 rel unit rel.service", "rel.service"},
+        {"5 act unit act.service", "act.service"},
+        {"5 esc unit mnt-a\\\\x2db.mount", "mnt-a\\x2db.mount"}, // the reader's escape
+        {"5 bad unit", "!missing name after \"unit\""},
+        {"5 bad unit it's", "!not a unit name \"it's\""},
+        {"5 bad unit tmpl@.service", "!not a unit name"},
+        {"5 bad unit @x", "!not a unit name"},
+        {"5 bad unit a.service b", "!unexpected word \"b\""},
+        {"5 bad unitx a", "!unknown check \"unitx\""},
+    };
+    for (const auto &l : lines) {
+        LogLines log;
+        std::string line = l.line;
+        parse_softwareWatch(SWVER_WATCH_TOKEN, line.data());
+        const std::string prefix =
+            line.substr(line.find(' ') + 1, line.find(" unit") - line.find(' ') - 1);
+        const WatchLine *w = sw_watch_for(prefix.c_str());
+        if (l.unit_or_error[0] == '!') {
+            EXPECT_EQ(nullptr, w) << l.line;
+            EXPECT_NE(std::string::npos, log.text.find(l.unit_or_error + 1)) << log.text;
+        } else {
+            ASSERT_NE(nullptr, w) << l.line << ": " << log.text;
+            EXPECT_EQ(CHECK_UNIT, w->check);
+            EXPECT_EQ(l.unit_or_error, w->exe);
+        }
+    }
+    ScratchDir dir;
+    dir.command("pkginfo", pkg("nginx") + pkg("cron") + pkg("ssh") + pkg("getty") + pkg("dbus") +
+                               pkg("gone") + pkg("rel") + pkg("act"));
+    set_swver_command_runner(fake_systemctl);
+    const auto states = [] {
+        std::string out;
+        for (const vorHo_Swver_t *n = swVerList; n; n = n->next)
+            out += std::to_string(n->vorSwverEntry->status);
+        return out;
+    };
+    const auto block = [](const char *load, const char *active) {
+        return std::string("ActiveState=") + active + "\nLoadState=" + load + "\n";
+    };
+    g_units_out = block("loaded", "active") + "\n" + block("loaded", "failed") + "\n" +
+                  block("loaded", "inactive") + "\n" + block("loaded", "activating") + "\n" +
+                  block("masked", "deactivating") + "\n" + block("not-found", "inactive") + "\n" +
+                  block("loaded", "reloading") + "\n" + block("loaded", "active") + "\n" +
+                  block("loaded", "active") + "\n";
+    for (int refresh = 0; refresh < 2; ++refresh) {
+        g_runs.clear();
+        ASSERT_EQ(1, refresh_SwverLoad_CB());
+        ASSERT_EQ(1u, g_runs.size());
+        EXPECT_EQ(1, g_runs.begin()->second);
+        EXPECT_NE(std::string::npos,
+                  g_runs.begin()->first.find(
+                      " -- 'nginx.service' 'cron.service' 'ssh.socket' 'getty@tty1.service' "
+                      "'dbus.broker.service' 'gone.service' 'rel.service' 'act.service' "
+                      "'mnt-a\\x2db.mount'"))
+            << g_runs.begin()->first;
+        EXPECT_EQ("23333122", states()) << "nginx cron ssh getty dbus gone rel act";
+    }
+    // One block short (an error part way), a block without a state, or no
+    // systemctl at all: what cannot be placed is unknown.
+    for (int blocks : {2, 10}) {
+        g_units_out.clear();
+        for (int i = 0; i < blocks; ++i)
+            g_units_out += block("loaded", "active") + "\n";
+        refresh_SwverLoad_CB();
+        EXPECT_EQ("11111111", states()) << blocks << " blocks";
+    }
+    g_units_out = "LoadState=loaded\n\n" + block("loaded", "failed") + "\n" + std::string(6, '\n') +
+                  "\n" + "ActiveState=active\n\n";
+    for (int i = 0; i < 6; ++i)
+        g_units_out += block("loaded", "active") + "\n";
+    refresh_SwverLoad_CB();
+    EXPECT_EQ("13122222", states());
+    g_units_out.clear(), g_units_ran = false;
+    refresh_SwverLoad_CB();
+    EXPECT_EQ("11111111", states());
+    g_units_ran = true;
 }
 
 // Answers by "m.k" (MIB number, object number); the rest go unanswered,
