@@ -20,7 +20,7 @@ struct Slot {
     std::atomic<int> state{kFree};
     std::atomic<int64_t> since{0}; // when its call began
     int rc = -1;
-    struct statvfs vfs {};
+    struct statvfs vfs = {};
 };
 
 // One round's calls, shared by the threads that make them: each takes the

@@ -29,7 +29,7 @@ constexpr int kStatDeadlineMs = 250;
 struct StatAnswer {
     bool answered = false; // false: no answer in time, or an earlier call still waits
     int rc = -1;           // what statvfs returned
-    struct statvfs vfs {};
+    struct statvfs vfs = {};
 };
 
 class MountProbe {
