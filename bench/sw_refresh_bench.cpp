@@ -45,8 +45,8 @@ int main(int argc, char **argv) {
         parse_softwareWatch(SWVER_WATCH_TOKEN, line.data());
     }
     double mean_ms = 0;
-    const double min_ms = best_ms(
-        runs, [] { refresh_SwverLoad_CB(); }, &mean_ms);
+    const auto refresh = [] { refresh_SwverLoad_CB(); };
+    const double min_ms = best_ms(runs, refresh, &mean_ms);
     int rows = 0, checked = 0;
     std::set<std::string> daemons;
     for (const vorHo_Swver_t *n = swVerList; n; n = n->next) {

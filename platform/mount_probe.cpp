@@ -27,7 +27,7 @@ struct Ask {
     std::atomic<int> state{kWaiting};
     std::atomic<int64_t> since{0}; // when the call began
     int rc = -1;                   // these two are written before state turns kDone
-    struct statvfs vfs {};
+    struct statvfs vfs = {};
 };
 
 // One round's calls: each thread takes the next one no thread has taken,

@@ -44,7 +44,7 @@ constexpr size_t kHungThreads = 256;
 struct StatAnswer {
     bool answered = false; // false: no answer (yet), or stuck
     int rc = -1;           // what statvfs returned
-    struct statvfs vfs {};
+    struct statvfs vfs = {};
 };
 
 // A mount as the mount table names it.

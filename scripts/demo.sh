@@ -7,14 +7,17 @@
 # software table with the package's watch list (the agent and its master,
 # running) and its first processor averages. Runs in a private copy of this
 # host, so nothing on the host is changed or left running.
+#
+# Usage: sh scripts/demo.sh   (as root; the clone's path may hold blanks)
+# The test command runs the job alone against a build it already has:
+# scripts/in-private-host.sh scripts/demo.sh --inside BUILD_DIR
 set -eu
 cd "$(dirname "$0")/.."
-mibs="-M $(pwd)/build/mibs-base:$(pwd)/mibs -m TEMHOSTD-MIB"
 case "${1:-}" in
 "")
     scripts/install-deps.sh
     scripts/build.sh
-    exec scripts/in-private-host.sh "$(pwd)/scripts/demo.sh" --inside ;;
+    exec scripts/in-private-host.sh "$(pwd)/scripts/demo.sh" --inside "$(pwd)/build" ;;
 --inside)
     # As the package leaves the host: its watch list, and temhostd in the
     # package database (snmpd's entry is this host's own).
@@ -22,11 +25,13 @@ case "${1:-}" in
     dpkg-query -W temhostd >/dev/null 2>&1 || printf '%s\n' "Package: temhostd" \
         "Status: install ok installed" "Architecture: amd64" "Version: 2.3-1" \
         "Description: host agent (this build)" "" >>/var/lib/dpkg/status
-    exec scripts/with-agents.sh "$(pwd)/build" "$(pwd)/scripts/demo.sh" --show ;;
+    exec scripts/with-agents.sh "$2" "$(pwd)/scripts/demo.sh" --show "$2" ;;
 esac
 
-# --show, once both agents answer.
-snmpwalk -v2c -c meadow $mibs 127.0.0.1 1.3.6.1.4.1.32473.11
+# --show BUILD_DIR, once both agents answer. The base modules sit in the
+# build (install-deps.sh, build-deb.sh); each path may hold blanks.
+mibdirs="$2/mibs-base:$(pwd)/mibs"
+snmpwalk -v2c -c meadow -M "$mibdirs" -m TEMHOSTD-MIB 127.0.0.1 1.3.6.1.4.1.32473.11
 echo
 echo "== Waiting for the first processor averages (the daemon samples every 10 s; about 20 s) ..."
 i=0
@@ -39,9 +44,9 @@ done
 echo
 echo "== Software the daemon watches (/etc/snmp/temhostd.conf)"
 echo "   Status 1 unknown, 2 running, 3 not running; Type 2 driver, 3 agent, 4 utility, 5 application"
-snmptable -v2c -c meadow $mibs -Cb -Cw 120 127.0.0.1 vorHoSwVerTable
+snmptable -v2c -c meadow -M "$mibdirs" -m TEMHOSTD-MIB -Cb -Cw 120 127.0.0.1 vorHoSwVerTable
 echo
 echo "== Processor busy share, percent (-1: its span has not passed yet)"
-snmptable -v2c -c meadow $mibs -Cb 127.0.0.1 vorHoCpuUtilTable
+snmptable -v2c -c meadow -M "$mibdirs" -m TEMHOSTD-MIB -Cb 127.0.0.1 vorHoCpuUtilTable
 echo
 echo "A fleet of such hosts behind Prometheus, with console pages: sh scripts/fleet-demo.sh"

@@ -1,12 +1,15 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
-# Installs everything temhostd needs to build, run and be tested on Debian.
-# Safe to run again: apt-get skips what is already there.
+# Installs everything temhostd needs to build, run and be tested on Debian
+# 12 (bookworm) or 13 (trixie): every name below is in both releases (the
+# default compiler's sanitizer runtimes through libclang-rt-dev, which
+# follows clang: 14 on 12, 19 on 13). Safe to run again: apt-get skips what
+# is already there.
 set -eu
 
 PKGS="build-essential cmake pkg-config clang-format libsnmp-dev libsystemd-dev snmpd snmp \
 snmptrapd libgtest-dev libbenchmark-dev python3 python3-pytest util-linux iproute2 procps psmisc \
-bc smitools prometheus-snmp-exporter clang libclang-rt-14-dev valgrind"
+bc smitools prometheus-snmp-exporter clang libclang-rt-dev valgrind"
 # Packaging: the .deb (dpkg-dev, file for CPack) and its checks (lintian, mandoc,
 # man and lexgrog from man-db, col from bsdextrautils, systemd-analyze).
 PKGS="$PKGS dpkg-dev file lintian mandoc man-db bsdextrautils systemd"

@@ -1,28 +1,53 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
-# The Ansible role on a systemd-booted Debian bookworm: a throwaway overlay
-# of scripts/debian-image.sh bookworm's tree under systemd-nspawn, loopback only,
-# driven from this host through the container's namespaces (nsenter.py).
+# The Ansible role on a systemd-booted Debian of release SUITE (bookworm or
+# trixie): a throwaway overlay of scripts/debian-image.sh SUITE's tree under
+# systemd-nspawn, loopback only, driven through the container's namespaces
+# (nsenter.py) by that release's own controller: this host's ansible-core
+# for bookworm; for trixie, the ansible-core of scripts/debian13-tools.sh's
+# tree, whose Python runs only there, so ansible-playbook runs chrooted into
+# a private overlay of that tree with /proc, /dev, this repository, the work
+# directory and the package bound in at their own paths.
 # Check mode on the fresh container changes nothing; the first run installs
 # the .deb copied from here (snmpd and procps from the container's apt
 # cache), the second changes nothing, a third with another watch list and
 # log option changes just those and restarts once. Then through the
-# container's systemd: the role's SNMPv3 users work (the daemon's own for
-# its status array), reload keeps the pid and reopens the log, the watchdog
-# kills a stopped daemon and systemd starts it again; no pass phrase reaches
-# the output; state absent purges and the managers' community is gone.
+# container's systemd: the package's daemon runs, the role's SNMPv3 users
+# work (the daemon's own for its status array), reload keeps the pid and
+# reopens the log, the watchdog kills a stopped daemon and systemd starts it
+# again; no pass phrase reaches the output, and the controller warns of
+# nothing; state absent purges and the managers' community is gone.
 #
-# Usage: tests/ansible/role-test.sh DEB_DIR   (as root)
+# Usage: tests/ansible/role-test.sh SUITE DEB_DIR   (as root)
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 fail() { echo "role-test: FAIL: $*" >&2; exit 1; }
 if [ "${TEMHOSTD_ROLE_TEST_INSIDE:-}" != 1 ]; then
+    suite=$1
+    shift
     set -- "$1"/temhostd_*.deb
     [ $# -eq 1 ] && [ -f "$1" ] || fail "want exactly one temhostd_*.deb"
-    image=$("$here/../../scripts/debian-image.sh" bookworm) # out here: it may download, and it stays
+    # Out here: they may download, and they stay.
+    image=$("$here/../../scripts/debian-image.sh" "$suite")
+    # The package is built on the older release for both; one built on a
+    # newer host (the test command on Debian 13) needs a newer C library
+    # than the older release has: nothing to test there (ctest: skipped).
+    need=$(dpkg-deb -f "$1" Depends | sed -n 's/.*libc6 (>= \([^)]*\)).*/\1/p')
+    have=$(dpkg-query --admindir="$image/var/lib/dpkg" -W -f '${Version}' libc6)
+    if [ -n "$need" ] && ! dpkg --compare-versions "$have" ge "$need"; then
+        echo "role-test: skipped: the package needs libc6 $need, $suite has $have"
+        exit 77
+    fi
+    case $suite in
+    bookworm) tools= ;;
+    trixie) tools=$("$here/../../scripts/debian13-tools.sh") ;;
+    *) fail "no controller for $suite" ;;
+    esac
     export TEMHOSTD_ROLE_TEST_INSIDE=1
-    exec "$here/../../scripts/in-private-host.sh" "$0" "$(realpath "$1")" "$image"
+    exec "$here/../../scripts/in-private-host.sh" "$0" "$suite" "$(realpath "$1")" "$image" "$tools"
 fi
+suite=$1
+shift
 
 . "$here/../../scripts/agent-probes.sh"
 work=$(mktemp -d)
@@ -39,9 +64,9 @@ wait_until ct test -S /run/systemd/private &&
     ct systemctl is-system-running --wait >/dev/null || fail "the container's systemd: $(ct systemctl --failed)"
 
 cat >$work/hosts <<END
-bookworm ansible_host=$init ansible_connection=nsenter ansible_become=false ansible_python_interpreter=/usr/bin/python3
+$suite ansible_host=$init ansible_connection=nsenter ansible_become=false ansible_python_interpreter=/usr/bin/python3
 [temhostd]
-bookworm
+$suite
 END
 cat >$work/vars.yml <<END
 temhostd_deb: $1
@@ -49,11 +74,27 @@ temhostd_manager_communities: [{community: pasture, source: 127.0.0.1}]
 temhostd_snmpv3_users: [{name: fleet, auth_passphrase: fleet-auth-word, priv_passphrase: fleet-priv-word}]
 temhostd_local_user: {name: local, auth_passphrase: local-auth-word, priv_passphrase: local-priv-word}
 END
+# The controller: this host's ansible-core, or the tools tree's ($3), which
+# runs in a throwaway overlay of that tree (never changed) and reaches the
+# container through the host's /proc like this host's would.
+if [ -n "$3" ]; then
+    ctl=/run/controller # /run: the private host's own tmpfs
+    mkdir -p $ctl/upper $ctl/work $ctl/root
+    mount -t overlay overlay -o "lowerdir=$3,upperdir=$ctl/upper,workdir=$ctl/work" $ctl/root
+    mount -t proc proc $ctl/root/proc
+    mount --rbind /dev $ctl/root/dev
+    for d in "$(cd "$here/../.." && pwd)" "$work" "$(dirname "$1")"; do
+        mkdir -p "$ctl/root$d" && mount --bind "$d" "$ctl/root$d"
+    done
+    controller() { chroot $ctl/root "$@"; }
+else
+    controller() { "$@"; }
+fi
 export ANSIBLE_CONNECTION_PLUGINS="$here" ANSIBLE_HOME=$work/home ANSIBLE_PIPELINING=1 ANSIBLE_NOCOLOR=1 \
     ANSIBLE_DISPLAY_OK_HOSTS=0 ANSIBLE_DISPLAY_SKIPPED_HOSTS=0
 # The example playbook; the titles of the tasks it changed in $work/changed.
 play() {
-    ansible-playbook -i $work/hosts "$here/../../contrib/ansible/site.yml" -e @$work/vars.yml "$@" \
+    controller ansible-playbook -i $work/hosts "$here/../../contrib/ansible/site.yml" -e @$work/vars.yml "$@" \
         >$work/out 2>&1 || { cat $work/out; fail "ansible-playbook $*"; }
     cat $work/out >>$work/all
     awk '/^(TASK|RUNNING HANDLER) \[/ { t = $0; sub(/^[^:]*: /, "", t); sub(/\] \**$/, "", t) }
@@ -70,7 +111,7 @@ ct test ! -e /etc/snmp || fail "check mode wrote /etc/snmp"
 play
 [ -s $work/changed ] || fail "the first run changed nothing"
 play
-grep -q '^bookworm *: ok=[0-9]* *changed=0 .*failed=0 ' $work/out || { cat $work/out; fail "the second run changed"; }
+grep -q "^$suite *: ok=[0-9]* *changed=0 .*failed=0 " $work/out || { cat $work/out; fail "the second run changed"; }
 n=$(starts)
 echo '{temhostd_log: file, temhostd_software_watch: [{kind: utility, prefix: procps, process: none}]}' >$work/more.yml
 play -e @$work/more.yml
@@ -91,6 +132,14 @@ Run snmpd and temhostd, now and at boot" ] || fail "a changed pass phrase change
 priv=fleet-priv-word2
 
 ct systemctl is-active --quiet temhostd || fail "temhostd is not active"
+# The one package, built on Debian 12, runs here with this release's
+# Net-SNMP library (on 13 libsnmp40t64, which provides libsnmp40).
+ct temhostd -v | grep -q Version || fail "temhostd -v: $(ct temhostd -v 2>&1)"
+lib=$(ct sh -c 'dpkg -S "$(realpath "$(ldd /usr/sbin/temhostd | awk "/libnetsnmpagent/ { print \$3 }")")"')
+case $suite:${lib%%:*} in
+bookworm:libsnmp40 | trixie:libsnmp40t64) ;;
+*) fail "temhostd on $suite runs with $lib" ;;
+esac
 v3 get 1.3.6.1.4.1.32473.11.2.2.1.0 | grep -q STRING || fail "fleet does not read vorHoName.0 through the master"
 v3 walk 1.3.6.1.4.1.32473.11.2.7.2 | grep -q '"procps"' || fail "the new watch list is not served"
 pasture | grep -q Timeticks || fail "the community pasture does not read"
@@ -130,6 +179,7 @@ ct journalctl -u temhostd | grep -q 'Watchdog timeout' || fail "not killed by th
 echo "role-test: restarted $(($(date +%s) - start)) s after SIGSTOP"
 
 ! grep -e auth-word -e priv-word $work/all || fail "a pass phrase reached ansible's output"
+! grep -A3 -e '\[WARNING\]' -e '\[DEPRECATION WARNING\]' $work/all || fail "ansible-playbook warned"
 play -e temhostd_state=absent
 ! ct dpkg -s temhostd >/dev/null 2>&1 || fail "temhostd is still installed"
 ct test ! -e /etc/snmp/snmpd.conf.d/temhostd-managers.conf || fail "the drop-in is still there"

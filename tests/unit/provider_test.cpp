@@ -73,7 +73,7 @@ TEST(HostMemory, SizeRoundsUpReservedSwapIsNotFreeAndHugeHostsSaturate) {
 }
 
 fs_usage fs_figures(unsigned long frsize, unsigned long bsize, uint64_t blocks, uint64_t bfree) {
-    struct statvfs v {};
+    struct statvfs v = {};
     v.f_frsize = frsize, v.f_bsize = bsize, v.f_blocks = blocks, v.f_bfree = bfree;
     fs_usage u{};
     fill_fs_figures(&u, v);
