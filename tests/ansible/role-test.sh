@@ -128,6 +128,7 @@ done
 ct journalctl -u temhostd | grep -q 'Watchdog timeout' || fail "not killed by the watchdog"
 echo "role-test: restarted $(($(date +%s) - start)) s after SIGSTOP"
 
+. "$here/confinement-checks.sh"
 ! grep -e auth-word -e priv-word $work/all || fail "a pass phrase reached ansible's output"
 play -e temhostd_state=absent
 ! ct dpkg -s temhostd >/dev/null 2>&1 || fail "temhostd is still installed"
