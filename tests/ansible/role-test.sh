@@ -178,6 +178,7 @@ done
 ct journalctl -u temhostd | grep -q 'Watchdog timeout' || fail "not killed by the watchdog"
 echo "role-test: restarted $(($(date +%s) - start)) s after SIGSTOP"
 
+. "$here/confinement-checks.sh"
 ! grep -e auth-word -e priv-word $work/all || fail "a pass phrase reached ansible's output"
 ! grep -A3 -e '\[WARNING\]' -e '\[DEPRECATION WARNING\]' $work/all || fail "ansible-playbook warned"
 play -e temhostd_state=absent
