@@ -242,10 +242,12 @@ def derived_alerts(path, duration):
 class Fleet:
     """n hosts; interval: scrape and evaluation; alert_for: every alert's
     `for:` (None: as shipped); modules: the exporter's configuration; jobs:
-    more scrape jobs (prometheus.yml entries as dicts)."""
+    more scrape jobs (prometheus.yml entries as dicts); prometheus: False
+    for the hosts alone, with no exporter or Prometheus."""
     def __init__(self, build, n=3, interval="2s", alert_for=None,
-                 modules=os.path.join(CONTRIB, "snmp.yml"), jobs=()):
+                 modules=os.path.join(CONTRIB, "snmp.yml"), jobs=(), prometheus=True):
         self.build, self.n, self.interval, self.alert_for = build, n, interval, alert_for
+        self.prometheus = prometheus
         self.modules, self.jobs = modules, list(jobs)
         self.hosts, self.procs, self.ticker, self.exporter = [], [], None, None
         self.stopping = threading.Event()
@@ -271,11 +273,13 @@ class Fleet:
             h.setup()
         self.ticker = threading.Thread(target=self.tick, daemon=True)
         self.ticker.start()
-        self.start_monitor()
+        if self.prometheus:
+            self.start_monitor()
         for h in self.hosts:
             h.wait_up()
-        wait_for(lambda: self.query('count(up{job="temhostd"} == 1)') == [self.n], timeout=30,
-                 what="every host scraped")
+        if self.prometheus:
+            wait_for(lambda: self.query('count(up{job="temhostd"} == 1)') == [self.n], timeout=30,
+                     what="every host scraped")
 
     def tick(self):
         start = last = time.monotonic()

@@ -20,7 +20,7 @@ foreach(doc ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian ${CMAKE_SOURCE_DIR}/REA
 endforeach()
 add_custom_target(temhostd_docs ALL DEPENDS ${deb_docs})
 install(FILES ${deb_dir}/copyright ${deb_docs} DESTINATION ${deb_doc_dir})
-# The exporter module, the rules and the console pages, uncompressed so
+# The exporter module, the rules, the console pages and the Zabbix template, uncompressed so
 # that they copy and serve as they are. Named one by one: a file placed
 # beside them (a test, a draft) ships only once it is listed here.
 set(contrib ${CMAKE_SOURCE_DIR}/contrib)
@@ -29,6 +29,7 @@ install(FILES ${contrib}/prometheus/snmp.yml ${contrib}/prometheus/temhostd-rule
 install(FILES ${contrib}/prometheus/consoles/temhostd.lib
   ${contrib}/prometheus/consoles/temhostd-fleet.html ${contrib}/prometheus/consoles/temhostd-host.html
   DESTINATION ${deb_doc_dir}/examples/consoles)
+install(FILES ${contrib}/zabbix/temhostd_by_snmp.yaml DESTINATION ${deb_doc_dir}/examples/zabbix)
 foreach(mib ${TEMHOSTD_BASE_MIB_FILES})
   if(NOT EXISTS ${mib})
     message(FATAL_ERROR "${mib} is missing: run scripts/base-mibs.sh ${TEMHOSTD_BASE_MIBS}")
