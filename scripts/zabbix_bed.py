@@ -191,7 +191,7 @@ class Zabbix:
                     "StartPollers=2\nStartPollersUnreachable=1\nStartPingers=0\nStartDiscoverers=0\n"
                     "StartHTTPPollers=0\nStartTrappers=1\nStartLLDProcessors=1\nStartPreprocessors=2\n"
                     "StartEscalators=1\nStartAlerters=1\nStartDBSyncers=1\nStartTimers=1\n"
-                    "StartReportWriters=0\n%s" % (self.inner, self.inner, self.socket, extra))
+                    "StartReportWriters=0\nCacheUpdateFrequency=1\n%s" % (self.inner, self.inner, self.socket, extra))
         self.server_log = self.path(self.inner + "/server.log")
         self.procs.append(Process(self.command(["zabbix_server", "-f", "-c", conf[len(self.root.rstrip("/")):]]),
                                   os.path.join(self.work, "server.out")))

@@ -51,8 +51,7 @@ def every_5s(text):
     t = doc["zabbix_export"]["templates"][0]
     for obj in t["items"] + t["discovery_rules"] + [p for r in t["discovery_rules"]
                                                     for p in r["item_prototypes"]]:
-        if obj.get("type") != "CALCULATED" or "delay" in obj:
-            obj["delay"] = "5s"
+        obj["delay"] = "5s"
     return yaml.safe_dump(doc)
 
 
