@@ -44,6 +44,7 @@ CONTRIB = os.path.join(SOURCE, "contrib", "prometheus")
 WORK = "/run/fleet"
 EXPORTER, PROMETHEUS = "127.0.0.1:9116", "127.0.0.1:9090"
 APP, SPOOL, SPOOL_MB = "orderd", "/var/spool/orderd", 16  # the watched application, its spool
+CACHE = "/var/cache/orderd"  # its cache, mounted just before the spool
 ROLES = [("web", "front end, orders shop"), ("database", "orders database primary"),
          ("batch", "nightly invoicing"), ("cache", "session cache"), ("mail", "outbound mail")]
 CPU_COUNTS = [2, 4, 1, 8, 2]
@@ -93,7 +94,7 @@ def fill(path, mb=None):
 def run_host(build):
     """One host, as process 1 of its namespaces: set up from the plan on the
     first line of stdin, then one command a line ("stop-app", "start-app",
-    "fill", "clear"), each answered "ok"; stdin's end stops it all."""
+    "fill", "clear", "remount"), each answered "ok"; stdin's end stops it all."""
     print("ready", flush=True)
     plan = json.loads(sys.stdin.readline())
     sh("hostname", plan["name"])
@@ -114,6 +115,7 @@ def run_host(build):
         bed.mounts.append("/var/log")
         bed.mount_tmpfs("/var/lib/dpkg")
         write_packages(plan)
+        bed.mount_tmpfs(CACHE)
         bed.mount_tmpfs(SPOOL, SPOOL_MB)
         fill(SPOOL + "/queue", plan["spool_mb"])
         with open(os.path.join(SOURCE, "packaging", "temhostd.conf")) as f:
@@ -142,6 +144,9 @@ def run_host(build):
             elif cmd == "clear":
                 for name in os.listdir(SPOOL):
                     os.unlink(os.path.join(SPOOL, name))
+            elif cmd == "remount":  # the cache moves to the end: the spool's row and those after it renumber
+                sh("umount", CACHE)
+                sh("mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", CACHE)
             print("ok" if cmd else "", flush=True)
     finally:
         if app:

@@ -1,10 +1,11 @@
 # SPDX-License-Identifier: Apache-2.0
 """The Zabbix template (contrib/zabbix) in Debian's own Zabbix servers
 (scripts/zabbix_bed.py). Debian 12's Zabbix 6.0 monitors two hosts of the
-fleet bed (scripts/fleet.py): its items carry what snmpget reads, and a
-stopped watched process or a filled spool raises its trigger on that host
-alone, which ends when it is put right. Debian 13's Zabbix 7.0 imports the
-same file into the same objects."""
+fleet bed (scripts/fleet.py): its items carry what snmpget reads, also once
+the daemon has renumbered the file system rows and no discovery has run
+since, and a stopped watched process or a filled spool raises its trigger
+on that host alone, which ends when it is put right. Debian 13's Zabbix 7.0
+imports the same file into the same objects."""
 
 import os
 import subprocess
@@ -56,9 +57,19 @@ def every_5s(text):
 
 
 def snmp(cmd, addr, oid):
-    out = subprocess.run([cmd, "-v2c", "-c", "public", "-On", "-Oqv", "-Oe", addr, oid],
+    out = subprocess.run([cmd, "-v2c", "-c", "public", "-On", "-Oq", "-Oe"]
+                         + (["-Ov"] if cmd == "snmpget" else []) + [addr, oid],
                          capture_output=True, text=True, check=True).stdout
     return out
+
+
+def fs_rows(addr):
+    """Row number of each mount point."""
+    rows = {}
+    for line in snmp("snmpwalk", addr, ROOT + ".2.4.1.1.2").splitlines():
+        oid, desc = line.split(" ", 1)
+        rows[desc.strip('"').split(" On ", 1)[1]] = oid.rsplit(".", 1)[1]
+    return rows
 
 
 def expected(host):
@@ -72,16 +83,10 @@ def expected(host):
             "temhostd.os.release": got(".2.2.2.0"), "temhostd.version": got(".2.7.3.0"),
             "temhostd.mib.condition": int(got(".1.3.0")),
             "temhostd.enterprise.condition": int(got(".2.10.1.0").split()[1], 16)}
-    rows = {}  # each mount's row, found by its description as the template does
-    for line in subprocess.run(["snmpwalk", "-v2c", "-c", "public", "-On", "-Oq", addr,
-                                ROOT + ".2.4.1.1.2"], capture_output=True, text=True,
-                               check=True).stdout.splitlines():
-        oid, desc = line.split(" ", 1)
-        rows[desc.strip('"')] = oid.rsplit(".", 1)[1]
+    rows = fs_rows(addr)  # each mount's row, found by its description as the template does
     for mount in (SPOOL, "/var/agentx"):
-        row = next(r for d, r in rows.items() if d.endswith(" On " + mount))
-        want["temhostd.fs.total[%s]" % mount] = int(got(".2.4.1.1.3." + row)) * MB
-        want["temhostd.fs.used[%s]" % mount] = int(got(".2.4.1.1.4." + row)) * MB
+        want["temhostd.fs.total[%s]" % mount] = int(got(".2.4.1.1.3." + rows[mount])) * MB
+        want["temhostd.fs.used[%s]" % mount] = int(got(".2.4.1.1.4." + rows[mount])) * MB
     want["temhostd.sw.status[%s]" % APP] = 2
     return want
 
@@ -120,12 +125,16 @@ def test_template_monitors_the_fleet_and_raises_per_host():
             def values(hostid):
                 return {i["key_"]: i["lastvalue"] for i in items(hostid) if i["lastclock"] != "0"}
 
+            def agree(h):
+                """The items of host h that snmpget reads too, when they agree."""
+                want, got = expected(h), values(hosts[h.name])
+                if want.keys() <= got.keys() and {k: type(want[k])(
+                        float(got[k]) if isinstance(want[k], int) else got[k]) for k in want} == want:
+                    return want
+                return None
+
             for h in fleet.hosts:
-                want = expected(h)
-                got = wait_for(lambda: (lambda v: v if want.keys() <= v.keys() else None)(
-                    values(hosts[h.name])), timeout=120, interval=2, what="the items of " + h.name)
-                assert {k: type(want[k])(float(got[k]) if isinstance(want[k], int) else got[k])
-                        for k in want} == want, h.name
+                want = wait_for(lambda: agree(h), timeout=120, interval=2, what="the items of " + h.name)
                 cpus = [i["key_"] for i in items(hosts[h.name])
                         if i["key_"].startswith("temhostd.cpu.util[") and i["key_"].endswith(",1m]")]
                 assert len(cpus) == len(h.plan["busy"]), (h.name, cpus)
@@ -134,6 +143,18 @@ def test_template_monitors_the_fleet_and_raises_per_host():
                 assert inventory[0]["inventory"] == {
                     "type": want["temhostd.role"], "type_full": want["temhostd.role.detail"],
                     "serialno_b": want["temhostd.guid"], "os_short": want["temhostd.os.name"]}
+
+            # No discovery from now on: only the poll-time lookup by description
+            # can keep host1's values on their mounts when its rows renumber.
+            rule = z.call("discoveryrule.get", {"templateids": [tid], "filter": {
+                "key_": "temhostd.fs.discovery"}, "output": ["itemid"]})[0]["itemid"]
+            z.call("discoveryrule.update", {"itemid": rule, "delay": "1h"})
+            host1 = fleet.host("host1")
+            before = fs_rows(host1.plan["addr"])
+            host1.command("remount")
+            wait_for(lambda: fs_rows(host1.plan["addr"])[SPOOL] != before[SPOOL], timeout=30,
+                     interval=1, what="the rows renumbered")
+            wait_for(lambda: agree(host1), timeout=60, interval=2, what="host1's items after renumbering")
 
             def problems():
                 return sorted((t["hosts"][0]["host"], t["description"]) for t in z.call("trigger.get", {
