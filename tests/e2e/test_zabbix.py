@@ -58,10 +58,9 @@ def every_5s(text):
 
 
 def snmp(cmd, addr, oid):
-    out = subprocess.run([cmd, "-v2c", "-c", "public", "-On", "-Oq", "-Oe"]
-                         + (["-Ov"] if cmd == "snmpget" else []) + [addr, oid],
-                         capture_output=True, text=True, check=True).stdout
-    return out
+    return subprocess.run([cmd, "-v2c", "-c", "public", "-On", "-Oq", "-Oe"]
+                          + (["-Ov"] if cmd == "snmpget" else []) + [addr, oid],
+                          capture_output=True, text=True, check=True).stdout
 
 
 def fs_rows(addr):
