@@ -4,7 +4,10 @@
 of its own with snmpd, temhostd, a watched application ("orderd") and its
 own mounts, processors, watch list, GUID and role; one Debian
 prometheus-snmp-exporter and one Debian prometheus scraping them all with
-contrib/prometheus's module, rules, alerts and console pages.
+contrib/prometheus's module, rules, alerts and console pages. The exporter
+and Prometheus are this host's, or those of a Debian tree (the Debian 13
+tools of scripts/debian13-tools.sh): the bed proves the files on each
+release's programs.
 
 Runs as root inside a private host (scripts/in-private-host.sh), the
 fleet's "monitor" namespace. Host i is reached at 127.100.i.2 over a veth
@@ -15,11 +18,13 @@ copy) names them host1 .. hostN, the instance labels.
 
 As a command (what scripts/fleet-demo.sh runs):
 
-    fleet.py [--hosts N] [--publish NETNS:PORT] BUILD_DIR
+    fleet.py [--hosts N] [--publish NETNS:PORT] [--tools ROOT] BUILD_DIR
 
 starts the fleet, prints the overview's URL and runs until SIGINT or
 SIGTERM; --publish also serves Prometheus on 127.0.0.1:PORT of the network
-namespace NETNS (a /proc/PID/ns/net path), the one the demo started in.
+namespace NETNS (a /proc/PID/ns/net path), the one the demo started in;
+--tools runs ROOT's Prometheus and exporter (a Debian tree) instead of
+this host's.
 """
 
 import ctypes
@@ -231,6 +236,36 @@ class Host:
         self.stat.close()
 
 
+def debian13_tools():
+    """The root of the Debian 13 tree of tools. Built beforehand (the
+    tests' ctest fixture): a private host has no network to build it."""
+    return subprocess.run([os.path.join(SOURCE, "scripts", "debian13-tools.sh")],
+                          capture_output=True, text=True, check=True).stdout.strip()
+
+
+def exporter_module(exporter):
+    """The module file for this exporter program: snmp_exporter 0.21
+    (Debian 12's) keeps the credentials in its modules, later ones apart."""
+    version = subprocess.run([exporter, "--version"], capture_output=True, text=True,
+                             check=True)
+    old = "version 0.21." in version.stdout + version.stderr
+    return os.path.join(CONTRIB, "snmp-0.21.yml" if old else "snmp.yml")
+
+
+def monitor_programs(root):
+    """(prometheus argv, exporter path) of the Debian tree at root, or of
+    this host (root ""). Debian's prometheus serves /classic/static from
+    /usr/share/prometheus/web, whose links lead through /usr/share/javascript
+    to /usr/share/nodejs: a tree's Prometheus runs with the tree's
+    /usr/share bound there, in a mount namespace of its own."""
+    exporter = root + "/usr/bin/prometheus-snmp-exporter" if root else "prometheus-snmp-exporter"
+    if not root:
+        return ["prometheus"], exporter
+    return (["unshare", "--mount", "--propagation", "private", "--", "sh", "-c",
+             'mount --bind "$0/usr/share" /usr/share && exec "$0/usr/bin/prometheus" "$@"', root],
+            exporter)
+
+
 def derived_alerts(path, duration):
     """The shipped alerting rules with every `for:` set to duration, and
     nothing else changed."""
@@ -246,14 +281,15 @@ def derived_alerts(path, duration):
 
 class Fleet:
     """n hosts; interval: scrape and evaluation; alert_for: every alert's
-    `for:` (None: as shipped); modules: the exporter's configuration; jobs:
-    more scrape jobs (prometheus.yml entries as dicts); prometheus: False
-    for the hosts alone, with no exporter or Prometheus."""
-    def __init__(self, build, n=3, interval="2s", alert_for=None,
-                 modules=os.path.join(CONTRIB, "snmp.yml"), jobs=(), prometheus=True):
+    `for:` (None: as shipped); jobs: more scrape jobs (prometheus.yml
+    entries as dicts); tools: the Debian tree whose Prometheus and exporter
+    run ("": this host's). The exporter reads the module file of its
+    version. prometheus: False for the hosts alone, with no exporter or
+    Prometheus."""
+    def __init__(self, build, n=3, interval="2s", alert_for=None, jobs=(), tools="",
+                 prometheus=True):
         self.build, self.n, self.interval, self.alert_for = build, n, interval, alert_for
-        self.prometheus = prometheus
-        self.modules, self.jobs = modules, list(jobs)
+        self.jobs, self.tools, self.prometheus = list(jobs), tools, prometheus
         self.hosts, self.procs, self.ticker, self.exporter = [], [], None, None
         self.stopping = threading.Event()
 
@@ -299,7 +335,8 @@ class Fleet:
                  derived_alerts(WORK + "/alerts.yml", self.alert_for) if self.alert_for
                  else os.path.join(CONTRIB, "temhostd-alerts.yml")]
         jobs = [{"job_name": "temhostd", "metrics_path": "/snmp",
-                 "params": {"module": ["temhostd"]},
+                 # auth: the credentials' name for exporters from 0.23; 0.21 ignores it
+                 "params": {"module": ["temhostd"], "auth": ["temhostd"]},
                  "static_configs": [{"targets": [h.name for h in self.hosts]}],
                  "relabel_configs": [
                      {"source_labels": ["__address__"], "target_label": "__param_target"},
@@ -314,12 +351,13 @@ class Fleet:
             json.dump(config, f)  # JSON is YAML
         os.makedirs(WORK + "/tsdb")  # its own tmpfs: the hosts' overlays never see it grow
         sh("mount", "-t", "tmpfs", "tsdb", WORK + "/tsdb")
-        self.exporter = Process(["prometheus-snmp-exporter", "--config.file=" + self.modules,
+        prometheus, exporter = monitor_programs(self.tools)
+        self.exporter = Process([exporter, "--config.file=" + exporter_module(exporter),
                                  "--web.listen-address=" + EXPORTER], WORK + "/exporter.log")
         self.procs.append(self.exporter)
         consoles = os.path.join(CONTRIB, "consoles")
         self.procs.append(Process(
-            ["prometheus", "--config.file=" + WORK + "/prometheus.yml",
+            prometheus + ["--config.file=" + WORK + "/prometheus.yml",
              "--storage.tsdb.path=" + WORK + "/tsdb", "--web.listen-address=" + PROMETHEUS,
              "--web.console.templates=" + consoles, "--web.console.libraries=" + consoles],
             WORK + "/prometheus.log"))
@@ -421,22 +459,25 @@ def publish(netns, port):
 def main(argv):
     if argv[:1] == ["--host"]:
         return run_host(argv[1])
-    n, netns, port = 5, None, None
+    n, netns, port, tools = 5, None, None, ""
     while len(argv) > 1:
         if argv[0] == "--hosts":
             n = int(argv[1])
         elif argv[0] == "--publish":
             netns, port = argv[1].rsplit(":", 1)
+        elif argv[0] == "--tools":
+            tools = argv[1]
         else:
             break
         argv = argv[2:]
     if len(argv) != 1:
-        print("usage: fleet.py [--hosts N] [--publish NETNS:PORT] BUILD_DIR", file=sys.stderr)
+        print("usage: fleet.py [--hosts N] [--publish NETNS:PORT] [--tools ROOT] BUILD_DIR",
+              file=sys.stderr)
         return 2
     os.environ["MIBS"] = ""
     for sig in (signal.SIGINT, signal.SIGTERM):
         signal.signal(sig, lambda *_: sys.exit(0))
-    with Fleet(argv[0], n, interval="5s"):
+    with Fleet(argv[0], n, interval="5s", tools=tools):
         port = publish(netns, int(port)) if netns else PROMETHEUS.split(":")[1]
         url = "http://127.0.0.1:%s/consoles/temhostd-fleet.html" % port
         print("fleet of %d hosts up: %s  (Ctrl-C stops it)" % (n, url), flush=True)

@@ -14,6 +14,8 @@ PKGS="$PKGS dpkg-dev file lintian mandoc man-db bsdextrautils systemd"
 # the fleet bed's Prometheus, its console pages' JavaScript (the package's
 # libjs-* dependencies) and the headless browser that renders them.
 PKGS="$PKGS prometheus chromium fonts-dejavu-core python3-yaml"
+# Icinga 2, which runs the check plugin in its end-to-end test.
+PKGS="$PKGS icinga2-bin icinga2-common"
 # The Ansible role's checks and its test in a systemd-nspawn container.
 PKGS="$PKGS ansible-core ansible-lint yamllint debootstrap systemd-container"
 # The Zabbix template's test: Zabbix 6.0's server and frontend, whose API

@@ -20,15 +20,18 @@ foreach(doc ${CMAKE_CURRENT_BINARY_DIR}/changelog.Debian ${CMAKE_SOURCE_DIR}/REA
 endforeach()
 add_custom_target(temhostd_docs ALL DEPENDS ${deb_docs})
 install(FILES ${deb_dir}/copyright ${deb_docs} DESTINATION ${deb_doc_dir})
-# The exporter module, the rules, the console pages and the Zabbix template, uncompressed so
-# that they copy and serve as they are. Named one by one: a file placed
-# beside them (a test, a draft) ships only once it is listed here.
+# The exporter module (snmp.yml for snmp_exporter 0.23 and later,
+# snmp-0.21.yml for Debian 12's 0.21), the rules, the console pages and the Zabbix template,
+# uncompressed so that they copy and serve as they are. Named one by one: a
+# file placed beside them (a test, a draft) ships only once it is listed here.
 set(contrib ${CMAKE_SOURCE_DIR}/contrib)
-install(FILES ${contrib}/prometheus/snmp.yml ${contrib}/prometheus/temhostd-rules.yml
-  ${contrib}/prometheus/temhostd-alerts.yml DESTINATION ${deb_doc_dir}/examples)
+install(FILES ${contrib}/prometheus/snmp.yml ${contrib}/prometheus/snmp-0.21.yml
+  ${contrib}/prometheus/temhostd-rules.yml ${contrib}/prometheus/temhostd-alerts.yml
+  DESTINATION ${deb_doc_dir}/examples)
 install(FILES ${contrib}/prometheus/consoles/temhostd.lib
   ${contrib}/prometheus/consoles/temhostd-fleet.html ${contrib}/prometheus/consoles/temhostd-host.html
   DESTINATION ${deb_doc_dir}/examples/consoles)
+install(FILES ${contrib}/icinga2/temhostd.conf DESTINATION ${deb_doc_dir}/examples/icinga2)
 install(FILES ${contrib}/zabbix/temhostd_by_snmp.yaml DESTINATION ${deb_doc_dir}/examples/zabbix)
 foreach(mib ${TEMHOSTD_BASE_MIB_FILES})
   if(NOT EXISTS ${mib})
@@ -42,7 +45,8 @@ install(FILES ${deb_dir}/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/
 # no compiler identification comments. Runs after every program is installed.
 install(CODE [[
   file(GLOB_RECURSE programs $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/sbin/*
-       $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/libexec/temhostd/*)
+       $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/libexec/temhostd/*
+       $ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/lib/nagios/plugins/*)
   foreach(program ${programs})
     execute_process(COMMAND strip --remove-section=.comment --remove-section=.note
                             --strip-unneeded ${program} COMMAND_ERROR_IS_FATAL ANY)
@@ -73,7 +77,8 @@ enterprise's agents and operator texts that raise traps when set.
 .
 The package installs a systemd unit that starts the daemon after snmpd,
 and an snmpd drop-in that lets the daemon's own local queries read the
-enterprise subtree, and nothing more.")
+enterprise subtree, and nothing more. The check plugin check_temhostd
+lets Icinga, Nagios and Naemon check such hosts through their snmpd.")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
   ${deb_dir}/postinst ${deb_dir}/prerm ${deb_dir}/postrm ${deb_dir}/conffiles)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)

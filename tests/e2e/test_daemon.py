@@ -38,9 +38,9 @@ def test_refusals_without_root_or_master(bed):
                             % DAEMON) in err
     assert not os.path.exists(PID_FILE)
     os.makedirs("/var/sma_snmp/cert_indexes")  # the library's, made by the first start ever
-    started = time.monotonic()
+    # No master: it exits with these lines alone; a local query or a wait for
+    # the master would have logged its own line (timing it fails on a loaded machine).
     status, _, err = bed.run_daemon()
-    assert time.monotonic() - started < 0.2, "no master: exits at once, no local query"
     assert (status, err) == (1, "Starting %s\nError: Could not initialize connection to Master "
                                 "SNMP daemon. \nCheck whether the master agent is running.\n"
                              % BANNER)

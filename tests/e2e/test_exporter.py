@@ -1,7 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 """The Prometheus snmp_exporter module in contrib/prometheus: a scrape of the
 daemon through the master holds exactly the series the tools' reads of the
-same objects give; objects not served or not yet known are absent."""
+same objects give; objects not served or not yet known are absent. Through
+this host's exporter (Debian 12's 0.21 here) and Debian 13's (0.28, from the
+tree of scripts/debian13-tools.sh), each reading the module file of its
+version."""
 
 import os
 import re
@@ -9,8 +12,9 @@ import urllib.error
 import urllib.request
 
 from conftest import ROOT, SOURCE, Process, get, octets, table_rows, wait_for
+from fleet import debian13_tools, exporter_module
 
-CONTRIB, LISTEN = os.path.join(SOURCE, "contrib", "prometheus"), "127.0.0.1:9116"
+CONTRIB = os.path.join(SOURCE, "contrib", "prometheus")
 FS, CPU, SW = ROOT + ".2.4.1.1", ROOT + ".2.3.1.1", ROOT + ".2.7.2.1"
 INTEGERS = {"physical_memory_size_megabytes": ".2.13.1.0", "mib_condition": ".1.3.0",
             "physical_memory_free_megabytes": ".2.13.2.0", "trap_flags": ".2.11.1.0",
@@ -22,13 +26,14 @@ FS_COLUMNS = {3: "size_megabytes", 4: "used_megabytes", 5: "used_percent", 6: "f
               7: "files_used"}
 
 
-def scrape(exporter):
+def scrape(exporter, listen):
     """{name: {frozenset of labels: value}} of the temhostd series, or None
     while the exporter does not listen yet."""
     assert exporter.running(), exporter.output()
     try:
-        with urllib.request.urlopen("http://%s/snmp?target=127.0.0.1&module=temhostd" % LISTEN,
-                                    timeout=30) as r:
+        # auth: the credentials' name for exporters from 0.23; 0.21 ignores it
+        with urllib.request.urlopen("http://%s/snmp?target=127.0.0.1&module=temhostd&auth=temhostd"
+                                    % listen, timeout=30) as r:
             lines = [l for l in r.read().decode().splitlines() if l.startswith("temhostd_")]
     except urllib.error.URLError as e:
         if isinstance(e.reason, ConnectionRefusedError):
@@ -51,9 +56,15 @@ def test_scrape_equals_snmp(bed):
     bed.write_persistent("defaultPollFreq(sec) 900\n")
     bed.start_master("rocommunity public 127.0.0.1\n")  # the module's community
     bed.start_daemon()
-    exporter = Process(["prometheus-snmp-exporter", "--config.file=" + CONTRIB + "/snmp.yml",
-                        "--web.listen-address=" + LISTEN], "/var/log/exporter.out")
-    bed.daemons.append(exporter)
+    tree = debian13_tools()
+    exporters = {}  # listening address: exporter
+    for i, program in enumerate(("prometheus-snmp-exporter",
+                                 tree + "/usr/bin/prometheus-snmp-exporter")):
+        listen = "127.0.0.1:%d" % (9116 + i)
+        exporters[listen] = Process([program, "--config.file=" + exporter_module(program),
+                                     "--web.listen-address=" + listen],
+                                    "/var/log/exporter%d.out" % i)
+        bed.daemons.append(exporters[listen])
 
     want = {}
 
@@ -76,17 +87,21 @@ def test_scrape_equals_snmp(bed):
                kind=r[3].text, status=r[2].text)
         expect("software_status", r[2].int, index=str(i), name=r[4].str, kind=r[3].text)
     cpu_before = table_rows(CPU)
-    got = wait_for(lambda: scrape(exporter), what="the exporter's scrape")
+    got = {listen: wait_for(lambda: scrape(exporter, listen), what="the scrape of " + listen)
+           for listen, exporter in exporters.items()}
     cpu_after = table_rows(CPU)
     for i in cpu_before:  # an average is exported once known (not -1)
         for c, w in {2: "1m", 3: "5m", 4: "30m", 5: "60m"}.items():
             name, key = "temhostd_cpu_busy_%s_percent" % w, frozenset({("processor", str(i))})
             reads = {cpu_before[i][c].int, cpu_after[i][c].int}
             if len(reads) > 1:  # the sample came between the reads: either is right
-                got.get(name, {}).pop(key, None)
+                for series in got.values():
+                    series.get(name, {}).pop(key, None)
             elif reads != {-1}:
                 want.setdefault(name, {})[key] = reads.pop()
-    assert got == want
+    for listen, series in got.items():
+        assert series == want, exporters[listen].output()
+    got = got["127.0.0.1:9116"]
     rules = open(os.path.join(CONTRIB, "temhostd-rules.yml")).read()
     for name in (n for n in got if n.endswith("_megabytes")):  # byte series recorded
         assert "record: %sbytes\n    expr: %s * 1048576\n" % (name[:-9], name) in rules, name

@@ -4,9 +4,13 @@ one Prometheus with the shipped alerts, their `for:` shortened: an alert
 names the host at fault and no other, and ends when it is put right.
 Headless Chromium renders the console pages through a proxy that lets only
 Prometheus' own address through: no template error, no script error, no
-failed or outside request. The screenshots go to BUILD_DIR/fleet-*.png."""
+failed or outside request. The screenshots go to BUILD_DIR/fleet-*.png.
+Twice: with this host's Prometheus and exporter (Debian 12's 2.42 and 0.21
+here), and with Debian 13's (2.53 and 0.28, from the tree of
+scripts/debian13-tools.sh), each reading the module file of its version."""
 
 import http.server
+import json
 import os
 import re
 import subprocess
@@ -18,7 +22,7 @@ import urllib.request
 import pytest
 
 from conftest import BUILD, wait_for
-from fleet import APP, PROMETHEUS, SPOOL, Fleet
+from fleet import APP, PROMETHEUS, SPOOL, Fleet, debian13_tools
 
 CHROMIUM = ["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
             "--no-first-run", "--disable-background-networking", "--disable-component-update",
@@ -88,10 +92,21 @@ def render(page, png):
     return p.stdout
 
 
-def test_alerts_name_the_host_at_fault_and_the_pages_render():
+def debian_versions(root):
+    """Upstream versions of Prometheus and the exporter installed in the
+    Debian tree at root ("": this host)."""
+    out = subprocess.run(["dpkg-query", "--admindir=%s/var/lib/dpkg" % root, "-W",
+                          "-f=${Version}\n", "prometheus", "prometheus-snmp-exporter"],
+                         capture_output=True, text=True, check=True).stdout
+    return [re.sub(r"^\d+:|[+~-].*$", "", v) for v in out.split()]
+
+
+def check_fleet(tools, prefix):
+    """The fleet with the Prometheus and exporter of tools (a Debian tree,
+    "" for this host's); prefix: of the screenshots' names."""
     if not BUILD:
         pytest.skip("run through tests/e2e/run.sh")
-    with Fleet(BUILD, 3, alert_for="6s") as fleet:
+    with Fleet(BUILD, 3, alert_for="6s", tools=tools) as fleet:
         def alerts(state="firing"):
             # File systems other than the hosts' own spools are this machine's,
             # the same on every host; they are left out.
@@ -101,6 +116,15 @@ def test_alerts_name_the_host_at_fault_and_the_pages_render():
                                    fleet.alerts("TemhostdFileSystemFull", state)
                                    if a["description"].endswith(" " + SPOOL))}
         try:
+            # The release's own programs run, not this host's by mistake.
+            prometheus, exporter = debian_versions(tools)
+            running = json.loads(fleet.get("/api/v1/status/buildinfo"))["data"]["version"]
+            assert running.startswith(prometheus), (running, prometheus)
+            assert fleet.query('snmp_exporter_build_info{version="%s"}' % exporter) == [1], exporter
+            # ... and its Prometheus serves its own release's scripts and styles.
+            asset = "bootstrap4/css/bootstrap.min.css"
+            with open("%s/usr/share/javascript/%s" % (tools, asset)) as f:
+                assert fleet.get("/classic/static/" + asset) == f.read()
             assert alerts() == alerts("pending") == {"soft": [], "full": []}
             fleet.host("host1").command("stop-app")
             fleet.host("host2").command("fill")
@@ -110,13 +134,13 @@ def test_alerts_name_the_host_at_fault_and_the_pages_render():
             wait_for(lambda: fleet.query("count by (instance) (temhostd_cpu_busy_1m_percent)")
                      == sorted(cpus), timeout=30, interval=1, what="the first averages")
 
-            overview = render("temhostd-fleet.html", "fleet-overview.png")
+            overview = render("temhostd-fleet.html", prefix + "-overview.png")
             rows = re.findall(r'<tr class="host">.*?</tr>', overview, re.S)
             assert [re.search(r">(host\d)</a>", r).group(1) for r in rows] == \
                 ["host1", "host2", "host3"]
             assert ['danger">%s<' % APP in r for r in rows] == [True, False, False]
             host = render('temhostd-host.html?job=temhostd&instance=host2#pctc%7B%22duration'
-                          '%22%3A300%2C%22endTime%22%3A0%7D', "fleet-host.png")
+                          '%22%3A300%2C%22endTime%22%3A0%7D', prefix + "-host.png")
             assert len(re.findall(r'<tr class="cpu">', host)) == cpus[1]
             fs = re.findall(r'<tr class="fs"><td>\d+</td><td>([^<]*)</td>', host)
             assert "tmpfs On " + SPOOL in fs and "tmpfs On /var/agentx" in fs, fs
@@ -131,3 +155,11 @@ def test_alerts_name_the_host_at_fault_and_the_pages_render():
         except BaseException:
             print(fleet.logs())
             raise
+
+
+def test_alerts_name_the_host_at_fault_and_the_pages_render():
+    check_fleet("", "fleet")
+
+
+def test_alerts_and_pages_with_debian13_prometheus():
+    check_fleet(debian13_tools(), "fleet-debian13")

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 #include <vector>
 
+#include "contrib/nagios/check_verdict.h"
 #include "interface/KyOrblHostCpu_interface.h"
 #include "interface/KyOrblHostSysStatus_interface.h"
 #include "interface/vorHoSwVer_interface.h"
@@ -122,6 +123,33 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
     if (strlen(get_system_role()) > SYS_ROLE_MAX_LEN ||
         strlen(get_system_role_detail()) > SYS_ROLE_DETAIL_MAX_LEN || g_osCommonPollFrequency < 0)
         __builtin_trap();
+#elif defined(FUZZ_fuzz_check_plugin)
+    // The check plugin's ranges (operators' text) and its verdicts on what an
+    // agent answers: the text as a range, a status array, and as table rows
+    // (one file system description or package name a line). The status line
+    // stays one line whose text part holds no "|".
+    std::string error;
+    if (auto r = check::Range::parse(text, &error))
+        s_sink = r->alert(static_cast<double>(size));
+    std::vector<check::FsRow> fs;
+    std::vector<check::SwRow> sw;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        fs.push_back({line, static_cast<long>(line.size()) - 4, static_cast<long>(line.size()) / 2,
+                      static_cast<long>(line.size()) % 103});
+        sw.push_back({line, static_cast<long>(line.size() % 4)});
+    }
+    const check::Thresholds t{check::Range::parse("80", &error),
+                              check::Range::parse("@90:", &error)};
+    for (const check::Result &r : {check::judge_fs(fs, {}, t), check::judge_fs(fs, {text}, t),
+                                   check::judge_software(sw, {}), check::judge_status(text),
+                                   check::judge_memory(long(size), long(size % 7) - 3, 0, 0, t)}) {
+        const std::string line = r.line("fs");
+        const size_t bar = line.find(" | ");
+        if (line.find('\n') != std::string::npos ||
+            line.substr(0, bar).find('|') != std::string::npos)
+            __builtin_trap();
+    }
 #else
 #error "name the target: -DFUZZ_<target>"
 #endif

@@ -47,7 +47,8 @@ trap 'kill $daemon $master 2>/dev/null || true; wait' EXIT
 snapshot >/run/before
 apt_get install --no-install-recommends "$1"
 l=/usr/libexec/temhostd x=/usr/share/doc/temhostd/examples
-ls $l/svcs $l/psrinfo $l/pkginfo $l/modinfo $x/snmp.yml $x/temhostd-rules.yml $x/temhostd-alerts.yml \
+ls $l/svcs $l/psrinfo $l/pkginfo $l/modinfo $x/snmp.yml $x/snmp-0.21.yml \
+    $x/temhostd-rules.yml $x/temhostd-alerts.yml \
     $x/consoles/temhostd.lib $x/consoles/temhostd-fleet.html $x/consoles/temhostd-host.html \
     $x/zabbix/temhostd_by_snmp.yaml \
     >/dev/null || fail "files missing"

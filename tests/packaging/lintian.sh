@@ -14,7 +14,7 @@ out=$(lintian --display-info --fail-on error,warning "$1" 2>&1) &&
 tree=$(mktemp -d)
 trap 'rm -rf "$tree"' EXIT
 dpkg-deb -x "$1" "$tree"
-for f in "$tree"/usr/sbin/* "$tree"/usr/libexec/temhostd/*; do
+for f in "$tree"/usr/sbin/* "$tree"/usr/libexec/temhostd/* "$tree"/usr/lib/nagios/plugins/*; do
     readelf --dyn-syms -W "$f" | grep -q __stack_chk_fail || { echo "no stack protector: $f"; exit 1; }
 done
 echo "lintian: ok"
