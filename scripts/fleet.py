@@ -49,6 +49,7 @@ CONTRIB = os.path.join(SOURCE, "contrib", "prometheus")
 WORK = "/run/fleet"
 EXPORTER, PROMETHEUS = "127.0.0.1:9116", "127.0.0.1:9090"
 APP, SPOOL, SPOOL_MB = "orderd", "/var/spool/orderd", 16  # the watched application, its spool
+CACHE = "/var/cache/orderd"  # its cache, mounted just before the spool
 ROLES = [("web", "front end, orders shop"), ("database", "orders database primary"),
          ("batch", "nightly invoicing"), ("cache", "session cache"), ("mail", "outbound mail")]
 CPU_COUNTS = [2, 4, 1, 8, 2]
@@ -98,7 +99,7 @@ def fill(path, mb=None):
 def run_host(build):
     """One host, as process 1 of its namespaces: set up from the plan on the
     first line of stdin, then one command a line ("stop-app", "start-app",
-    "fill", "clear"), each answered "ok"; stdin's end stops it all."""
+    "fill", "clear", "remount"), each answered "ok"; stdin's end stops it all."""
     print("ready", flush=True)
     plan = json.loads(sys.stdin.readline())
     sh("hostname", plan["name"])
@@ -119,6 +120,7 @@ def run_host(build):
         bed.mounts.append("/var/log")
         bed.mount_tmpfs("/var/lib/dpkg")
         write_packages(plan)
+        bed.mount_tmpfs(CACHE)
         bed.mount_tmpfs(SPOOL, SPOOL_MB)
         fill(SPOOL + "/queue", plan["spool_mb"])
         with open(os.path.join(SOURCE, "packaging", "temhostd.conf")) as f:
@@ -147,6 +149,9 @@ def run_host(build):
             elif cmd == "clear":
                 for name in os.listdir(SPOOL):
                     os.unlink(os.path.join(SPOOL, name))
+            elif cmd == "remount":  # the cache moves to the end: the spool's row and those after it renumber
+                sh("umount", CACHE)
+                sh("mount", "-t", "tmpfs", "-o", "mode=0755", "tmpfs", CACHE)
             print("ok" if cmd else "", flush=True)
     finally:
         if app:
@@ -279,10 +284,12 @@ class Fleet:
     `for:` (None: as shipped); jobs: more scrape jobs (prometheus.yml
     entries as dicts); tools: the Debian tree whose Prometheus and exporter
     run ("": this host's). The exporter reads the module file of its
-    version."""
-    def __init__(self, build, n=3, interval="2s", alert_for=None, jobs=(), tools=""):
+    version. prometheus: False for the hosts alone, with no exporter or
+    Prometheus."""
+    def __init__(self, build, n=3, interval="2s", alert_for=None, jobs=(), tools="",
+                 prometheus=True):
         self.build, self.n, self.interval, self.alert_for = build, n, interval, alert_for
-        self.jobs, self.tools = list(jobs), tools
+        self.jobs, self.tools, self.prometheus = list(jobs), tools, prometheus
         self.hosts, self.procs, self.ticker, self.exporter = [], [], None, None
         self.stopping = threading.Event()
 
@@ -307,11 +314,13 @@ class Fleet:
             h.setup()
         self.ticker = threading.Thread(target=self.tick, daemon=True)
         self.ticker.start()
-        self.start_monitor()
+        if self.prometheus:
+            self.start_monitor()
         for h in self.hosts:
             h.wait_up()
-        wait_for(lambda: self.query('count(up{job="temhostd"} == 1)') == [self.n], timeout=30,
-                 what="every host scraped")
+        if self.prometheus:
+            wait_for(lambda: self.query('count(up{job="temhostd"} == 1)') == [self.n], timeout=30,
+                     what="every host scraped")
 
     def tick(self):
         start = last = time.monotonic()

@@ -21,6 +21,10 @@ PKGS="$PKGS prometheus chromium fonts-dejavu-core python3-yaml"
 PKGS="$PKGS icinga2-bin icinga2-common"
 # The Ansible role's checks and its test in a systemd-nspawn container.
 PKGS="$PKGS ansible-core ansible-lint yamllint debootstrap systemd-container"
+# The Zabbix template's test: Zabbix 6.0's server and frontend, whose API
+# PHP's own web server serves (php8.2-cgi and php8.2-cli, or apt picks
+# Apache for the frontend), on a private PostgreSQL 15 cluster.
+PKGS="$PKGS zabbix-server-pgsql zabbix-frontend-php php8.2-cgi php8.2-cli php8.2-pgsql postgresql"
 
 if [ "$(id -u)" -ne 0 ]; then
     echo "install-deps.sh: run as root" >&2

@@ -21,7 +21,7 @@ endforeach()
 add_custom_target(temhostd_docs ALL DEPENDS ${deb_docs})
 install(FILES ${deb_dir}/copyright ${deb_docs} DESTINATION ${deb_doc_dir})
 # The exporter module (snmp.yml for snmp_exporter 0.23 and later,
-# snmp-0.21.yml for Debian 12's 0.21), the rules and the console pages,
+# snmp-0.21.yml for Debian 12's 0.21), the rules, the console pages and the Zabbix template,
 # uncompressed so that they copy and serve as they are. Named one by one: a
 # file placed beside them (a test, a draft) ships only once it is listed here.
 set(contrib ${CMAKE_SOURCE_DIR}/contrib)
@@ -32,6 +32,7 @@ install(FILES ${contrib}/prometheus/consoles/temhostd.lib
   ${contrib}/prometheus/consoles/temhostd-fleet.html ${contrib}/prometheus/consoles/temhostd-host.html
   DESTINATION ${deb_doc_dir}/examples/consoles)
 install(FILES ${contrib}/icinga2/temhostd.conf DESTINATION ${deb_doc_dir}/examples/icinga2)
+install(FILES ${contrib}/zabbix/temhostd_by_snmp.yaml DESTINATION ${deb_doc_dir}/examples/zabbix)
 foreach(mib ${TEMHOSTD_BASE_MIB_FILES})
   if(NOT EXISTS ${mib})
     message(FATAL_ERROR "${mib} is missing: run scripts/base-mibs.sh ${TEMHOSTD_BASE_MIBS}")

@@ -50,6 +50,7 @@ l=/usr/libexec/temhostd x=/usr/share/doc/temhostd/examples
 ls $l/svcs $l/psrinfo $l/pkginfo $l/modinfo $x/snmp.yml $x/snmp-0.21.yml \
     $x/temhostd-rules.yml $x/temhostd-alerts.yml \
     $x/consoles/temhostd.lib $x/consoles/temhostd-fleet.html $x/consoles/temhostd-host.html \
+    $x/zabbix/temhostd_by_snmp.yaml \
     >/dev/null || fail "files missing"
 [ "$(stat -c %a:%U:%G $DROPIN)" = 640:root:Debian-snmp ] || fail "the drop-in is not 0640 root:Debian-snmp"
 # verify reports problems but still succeeds: any output fails.
