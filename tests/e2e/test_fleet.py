@@ -120,7 +120,9 @@ def check_fleet(tools, prefix):
             prometheus, exporter = debian_versions(tools)
             running = json.loads(fleet.get("/api/v1/status/buildinfo"))["data"]["version"]
             assert running.startswith(prometheus), (running, prometheus)
-            assert fleet.query('snmp_exporter_build_info{version="%s"}' % exporter) == [1], exporter
+            # (the exporter's own metrics exist from Prometheus' first scrape of it)
+            wait_for(lambda: fleet.query('snmp_exporter_build_info{version="%s"}' % exporter) == [1],
+                     timeout=30, interval=0.5, what="the exporter %s's build info" % exporter)
             # ... and its Prometheus serves its own release's scripts and styles.
             asset = "bootstrap4/css/bootstrap.min.css"
             with open("%s/usr/share/javascript/%s" % (tools, asset)) as f:
