@@ -27,10 +27,12 @@ ct sh -c "cp /bin/sleep /usr/local/bin/$long && mkdir -m 0700 /srv/locked && cho
     mkdir /srv/locked/inner && mount -t tmpfs -o size=3m confined-tmpfs /srv/locked/inner" ||
     fail "setting up the confinement checks"
 ct setpriv --reuid=nobody --regid=nogroup --clear-groups /usr/local/bin/$long infinity &
+# (Without the unit check's exclusions, which leave out every tmpfs.)
 ct sh -c "sed -i -e '1i softwareWatch agent temhostd process temhostd\\
 softwareWatch application snmpd process snmpd\\
 softwareWatch utility procps process $long\\
-softwareWatch driver systemd module ${mod:-none}' -e '/^softwareWatch/d' /etc/snmp/temhostd.conf"
+softwareWatch driver systemd module ${mod:-none}' -e '/^softwareWatch/d' -e '/^fsExclude/d' \\
+    /etc/snmp/temhostd.conf"
 printf 'trap2sink 127.0.0.2:1162 tests\nrwcommunity tests 127.0.0.1 .%s.2\n' $sub |
     ct sh -c 'cat >/etc/snmp/snmpd.conf.d/zz-confinement.conf'
 echo 'disableAuthorization yes' >$work/trapd.conf
@@ -96,6 +98,7 @@ wait_until grep -q confined-text $work/traps.log || fail "no trap on 127.0.0.2"
 ct journalctl --since "$since" -o cat | grep -E 'status=31/SYS|temhostd.service: (Failed with result|Main process exited)' &&
     fail "a denied system call or a failure"
 kill $trapd
+trapd=
 ct sh -c "pkill -x -f '/usr/local/bin/$long infinity'; umount /srv/locked/inner;
     rm /etc/snmp/snmpd.conf.d/zz-confinement.conf"
 

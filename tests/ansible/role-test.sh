@@ -52,7 +52,9 @@ shift
 . "$here/../../scripts/agent-probes.sh"
 work=$(mktemp -d)
 init=
-trap 'kill -KILL ${init:-$nspawn} 2>/dev/null; wait; rm -rf "$work"' EXIT
+trapd=
+# (snmptrapd runs outside the container: the container's end does not end it.)
+trap 'kill -KILL ${init:-$nspawn} $trapd 2>/dev/null; wait; rm -rf "$work"' EXIT
 systemd-nspawn -D "$2" --volatile=overlay --private-network --bind=/dev/fuse --register=no \
     --keep-unit --boot --console=passive >$work/boot.log 2>&1 &
 nspawn=$!
