@@ -382,21 +382,20 @@ int populate_SwVerEntries(void) {
     // The whole listing first: one that cannot be read to its end in time
     // counts as one that could not be started, and the list stays as it was.
     const bool started = listing.ok();
-    std::string text;
+    platform::CommandOutput text;
     if (!listing.read_all(text)) {
         errno = started ? ETIMEDOUT : ECHILD;
         perror("popen pkginfo");
         return 0;
     }
     listing.close();
-    fp_pkglist = fmemopen(&text[0], text.size(), "r");
+    fp_pkglist = text.as_file();
     if (!fp_pkglist) {
         perror("popen pkginfo");
         return 0;
     }
     read_pkg_listing(fp_pkglist, get_current_status);
-    fclose(fp_pkglist);
-    fp_pkglist = nullptr;
+    fp_pkglist = nullptr; // closed with text
     return 1;
 }
 
