@@ -66,7 +66,7 @@ int main(int argc, char **argv) {
     cleanup_swver_list();
     const double pipeline_ms = best_ms(runs, [] {
         platform::PopenStream check("ps -aef | grep temhostd |grep -v grep");
-        std::string out;
+        platform::CommandOutput out;
         check.read_all(out);
     });
 

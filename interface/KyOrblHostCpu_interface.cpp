@@ -184,14 +184,13 @@ void mark_online_processors(FILE *fp, unsigned char *online, int ncpu) {
 static int read_psrinfo_listing(void) {
     std::unique_ptr<unsigned char[]> online(new (std::nothrow) unsigned char[g_numCpu]());
     platform::PopenStream listing(platform::psrinfo_path());
-    std::string text;
+    platform::CommandOutput text;
     if (!online || !listing.read_all(text)) {
         s_online.reset(); // nothing is known to be online
         return 0;
     }
-    if (FILE *fp = fmemopen(&text[0], text.size(), "r")) {
+    if (FILE *fp = text.as_file()) {
         mark_online_processors(fp, online.get(), g_numCpu);
-        fclose(fp);
     }
     s_online = std::move(online);
     s_online_count = g_numCpu;

@@ -15,6 +15,7 @@
 #include "platform/guard.h"
 #include "platform/host_files.h"
 #include "platform/mnttab.h"
+#include "platform/mount_probe.h"
 
 #define FS_TOKEN "vorOrblFSinterface"
 
@@ -139,7 +140,10 @@ int populate_filesystem_list(void) {
             });
         table.reset();
         for (size_t i = 0; i < mounts.size(); ++i) {
-            if (get_fs_usage(mounts[i].path.c_str(), mounts[i].source.c_str(), answers[i]) != 1) {
+            const platform::StatAnswer &answer = answers[i];
+            const bool answered = answer.answered && answer.rc == 0;
+            if (get_fs_usage(mounts[i].path.c_str(), mounts[i].source.c_str(),
+                             answered ? &answer.vfs : nullptr) != 1) {
                 result = 0;
             }
         }
@@ -147,10 +151,10 @@ int populate_filesystem_list(void) {
     });
 }
 
-int get_fs_usage(const char *path, const char *disk, const platform::StatAnswer &answer) {
+int get_fs_usage(const char *path, const char *disk, const struct statvfs *vfs) {
     // An entry unmounted since the mount-table read, not answered yet, or
     // stuck, is skipped silently and takes no index.
-    if (!answer.answered || answer.rc != 0) {
+    if (!vfs) {
         return 0;
     }
     std::unique_ptr<fs_usage> record(new (std::nothrow) fs_usage());
@@ -158,7 +162,7 @@ int get_fs_usage(const char *path, const char *disk, const platform::StatAnswer 
         VOR_DEBUG(FS_TOKEN, "get_fs_usage calloc failed \n");
         return 0;
     }
-    fill_fs_figures(record.get(), answer.vfs);
+    fill_fs_figures(record.get(), *vfs);
 
     // Cut to the field when device and mount point are too long together.
     snprintf(record->vorHoFileSysDesc, sizeof(record->vorHoFileSysDesc), "%s On %s", disk, path);

@@ -8,8 +8,6 @@
 
 #include <cstdint>
 
-#include "platform/mount_probe.h"
-
 #define FS_DESC_SIZE 255 // description field: 254 characters and the NUL
 
 typedef struct _fs_usage {
@@ -56,8 +54,9 @@ void refresh_flist_CB(void);
 // Reads the mount table into the list: 1 when every entry gave a row.
 int populate_filesystem_list(void);
 // Adds a row for one mount-table entry from its statvfs answer: 1 when
-// added, 0 when skipped (no answer in time, a failed call) or failed.
-int get_fs_usage(const char *path, const char *disk, const platform::StatAnswer &answer);
+// added, 0 when skipped (vfs null: no answer in time, a failed call) or
+// failed.
+int get_fs_usage(const char *path, const char *disk, const struct statvfs *vfs);
 // 1 when fType is one of exclude_fstypes (exact, case-sensitive).
 int isExcludedFTYpe(const char *fType);
 // Links pfsp at the tail with the next index; the list then owns it.

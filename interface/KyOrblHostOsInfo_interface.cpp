@@ -3,7 +3,6 @@
 
 #include <sys/utsname.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -46,14 +45,12 @@ int get_HostOSType(void) {
 // from svcs' listing here rather than by a second program.
 int get_HostOSTelnet(void) {
     platform::PopenStream svcs(platform::svcs_path());
-    std::string listing;
+    platform::CommandOutput listing;
     if (!svcs.read_all(listing)) {
         return TELNET_NOT_ONLINE;
     }
-    for (size_t at = 0, eol; at < listing.size(); at = eol + 1) {
-        eol = std::min(listing.find('\n', at), listing.size());
-        listing[eol] = '\0';
-        const char *line = &listing[at];
+    for (const std::string &text : listing.lines()) {
+        const char *line = text.c_str();
         if (!strstr(line, TELNET_SERVICE)) {
             continue;
         }

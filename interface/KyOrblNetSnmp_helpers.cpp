@@ -3,31 +3,10 @@
 
 #include <cstring>
 
+#include "interface/local_session.h"
+
 static const char DEFAULT_LOCAL_COMMUNITY[] = "meadow";
 static char s_community[256] = "meadow";
-
-// One session serves every local query while the master answers. An
-// SNMPv3 session learns the master's engine ID with a blocking exchange of
-// its own: a session per query would repeat it 24 times a rebuild, each a
-// whole time-out when the master's port is silent.
-static netsnmp_session *s_session = nullptr;
-static bool s_session_v3 = false;
-// The open failure is logged once until a session opens again.
-static bool s_open_failure_logged = false;
-
-static void close_local_session(void) {
-    if (s_session) {
-        snmp_close(s_session);
-        s_session = nullptr;
-    }
-}
-
-// The library closes every session when it shuts down; ours goes first,
-// so that nothing here points at a session that is gone.
-static int close_at_shutdown(int, int, void *, void *) {
-    close_local_session();
-    return SNMPERR_SUCCESS;
-}
 
 void set_local_query_community(const char *community) {
     const char *c = community ? community : DEFAULT_LOCAL_COMMUNITY;
@@ -47,62 +26,13 @@ int local_query_uses_v3(void) {
                : 0;
 }
 
-// The open session, or a new one; null when none can be opened (an SNMPv3
-// open whose engine ID probe gets no answer, say).
-static netsnmp_session *local_session(void) {
-    const bool v3 = local_query_uses_v3() != 0;
-    if (s_session && s_session_v3 == v3) {
-        return s_session;
-    }
-    close_local_session();
-    netsnmp_session session;
-    snmp_sess_init(&session);
-    if (v3) {
-        // The operator's client defaults (defSecurityName, defAuthType,
-        // defAuthPassphrase, ...): snmp_open fills in what is left unset.
-        session.version = SNMP_VERSION_3;
-        // The engine ID is discovered by the open, once, not by the first
-        // request: an open whose probe gets no answer fails.
-        session.flags &= ~SNMP_FLAGS_DONT_PROBE;
-    } else {
-        session.version = SNMP_VERSION_1;
-        session.community = reinterpret_cast<u_char *>(s_community);
-        session.community_len = strlen(s_community);
-    }
-    session.peername = const_cast<char *>("localhost");
-    session.timeout = LOCAL_QUERY_TIMEOUT_USEC;
-    session.retries = LOCAL_QUERY_RETRIES;
-    s_session = snmp_open(&session);
-    if (s_session && v3 && s_session->securityEngineIDLen == 0) {
-        // Without an engine ID every request would probe again, as long.
-        close_local_session();
-    }
-    if (!s_session) {
-        if (!s_open_failure_logged) {
-            s_open_failure_logged = true;
-            snmp_log(LOG_ERR,
-                     "snmpTriggerTable: can't get master session for authentication params\n");
-        }
-        return nullptr;
-    }
-    static bool s_shutdown_registered = false;
-    if (!s_shutdown_registered) {
-        s_shutdown_registered = true;
-        snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_SHUTDOWN, close_at_shutdown,
-                               nullptr);
-    }
-    s_session_v3 = v3;
-    s_open_failure_logged = false;
-    return s_session;
-}
-
 int snmp_check_oid_exists(const oid *oidstr, size_t oid_len, long *value) {
     // Until then the operator's SNMPv3 defaults are unknown: a query would
     // go out with the community and wait in vain on an SNMPv3-only master.
     if (!netsnmp_ds_get_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_HAVE_READ_CONFIG)) {
         return LOCAL_QUERY_NOT_READY;
     }
-    netsnmp_session *ss = local_session();
+    netsnmp_session *ss = local_session(local_query_uses_v3() != 0, s_community);
     if (!ss) {
         // As good as a time-out (the open waited for one): the rebuild stops.
         return LOCAL_QUERY_TIMED_OUT;

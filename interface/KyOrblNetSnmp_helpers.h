@@ -15,13 +15,6 @@ enum {
     LOCAL_QUERY_ANSWERED = 1,     // the value was stored through value
 };
 
-// A local master answers in well under a millisecond, its nested query for
-// this daemon's own MIB included; a master that drops the request (an
-// unknown community) must not hold the main loop for the library's default
-// time-out and retries.
-#define LOCAL_QUERY_TIMEOUT_USEC 500000L
-#define LOCAL_QUERY_RETRIES 0
-
 // The community the local queries send: the daemon's -c argument when given,
 // else "meadow". The text is copied (at most 255 characters).
 void set_local_query_community(const char *community);
@@ -35,9 +28,9 @@ int local_query_uses_v3(void);
 
 // One GET (SNMPv1 with the community, or SNMPv3 as above) of the OID of
 // oid_len sub-identifiers to the master agent on this host (the library's
-// default port). The queries share one session, opened by the first (an
-// SNMPv3 open discovers the master's engine ID) and closed when a query
-// gets no answer or an error of the library, so that the next opens anew.
+// default port). The queries share one session (local_session.h), closed
+// when a query gets no answer or an error of the library, so that the next
+// opens anew.
 // Stores the first variable's value, read as a signed integer, through
 // value and returns LOCAL_QUERY_ANSWERED; otherwise one of the other results,
 // LOCAL_QUERY_TIMED_OUT also when no session could be opened.

@@ -21,15 +21,11 @@ using Reader = std::function<bool(std::vector<std::string> *)>;
 // Reads a started command's whole output, one string per line, and closes
 // it. False when it did not run, or did not finish by its deadline.
 bool read_output(platform::PopenStream &out, std::vector<std::string> *lines) {
-    std::string text;
+    platform::CommandOutput text;
     if (!out.read_all(text)) {
         return false;
     }
-    for (size_t at = 0; at < text.size();) {
-        const size_t end = std::min(text.find('\n', at), text.size());
-        lines->push_back(text.substr(at, end - at));
-        at = end + 1;
-    }
+    *lines = text.lines();
     out.close();
     return true;
 }
@@ -55,7 +51,7 @@ Reader (*s_start)(const char *) = start_program;
 
 // One command's answer: whether it ran, and its lines; or, started ahead,
 // the reader that gives them.
-struct CommandOutput {
+struct ListOutput {
     bool taken = false;
     bool ran = false;
     std::vector<std::string> lines;
@@ -65,7 +61,7 @@ struct CommandOutput {
 // The outputs taken during the current refresh, by command. Outside a
 // refresh nothing is kept and every check runs its command.
 bool s_memo_on = false;
-std::map<std::string, CommandOutput> s_outputs;
+std::map<std::string, ListOutput> s_outputs;
 
 // The name listing: each line the command name padded to this width, a
 // blank, then the executable's path ("-" for none; " (deleted)" after it
@@ -128,9 +124,9 @@ bool runs_script(std::string_view line, std::string_view name) {
     return false;
 }
 
-int unit_state(const CommandOutput &out, const char *unit);
+int unit_state(const ListOutput &out, const char *unit);
 
-int look_in(const CommandOutput &out, int check, const char *exe) {
+int look_in(const ListOutput &out, int check, const char *exe) {
     if (check == CHECK_UNIT) {
         return unit_state(out, exe);
     }
@@ -165,7 +161,7 @@ std::vector<std::string> s_units;
 // "systemctl show" prints one block of properties per unit asked for, in
 // that order, separated by blank lines; an alias is answered under the
 // unit's own Id, so the position, not the name, says which unit it is.
-int unit_state(const CommandOutput &out, const char *unit) {
+int unit_state(const ListOutput &out, const char *unit) {
     const auto at = std::find(s_units.begin(), s_units.end(), unit);
     if (!out.ran || at == s_units.end()) {
         return SWVER_STATUS_UNKNOWN;
@@ -253,7 +249,7 @@ void SwCheckRefresh::start_ahead(int check) {
     platform::c_call(0, [&] {
         std::string command = list_command(check);
         if (s_outputs.count(command) == 0) {
-            CommandOutput out;
+            ListOutput out;
             out.ahead = s_start(command.c_str());
             s_outputs.emplace(std::move(command), std::move(out));
         }
@@ -264,8 +260,8 @@ void SwCheckRefresh::start_ahead(int check) {
 namespace {
 
 // A command's output, from the refresh's memo or taken now into once.
-CommandOutput &output_of(const std::string &command, CommandOutput &once) {
-    CommandOutput &out = s_memo_on ? s_outputs[command] : once;
+ListOutput &output_of(const std::string &command, ListOutput &once) {
+    ListOutput &out = s_memo_on ? s_outputs[command] : once;
     if (!out.taken) {
         out.ran = (out.ahead ? out.ahead : s_start(command.c_str()))(&out.lines);
         out.ahead = nullptr;
@@ -276,7 +272,7 @@ CommandOutput &output_of(const std::string &command, CommandOutput &once) {
 
 // A name longer than a command name, not found by the listing of names: a
 // script daemon, when a process bears its name cut short.
-int look_for_script(const CommandOutput &names, std::string_view name) {
+int look_for_script(const ListOutput &names, std::string_view name) {
     const std::string_view cut = name.substr(0, COMM_MAX);
     const bool cut_name_runs = std::any_of(names.lines.begin(), names.lines.end(), [&](auto &l) {
         return trimmed(std::string_view(l).substr(0, NAME_WIDTH)) == cut;
@@ -284,8 +280,8 @@ int look_for_script(const CommandOutput &names, std::string_view name) {
     if (!cut_name_runs) {
         return SWVER_STATUS_STOPPED;
     }
-    CommandOutput once;
-    const CommandOutput &args = output_of(script_list_command(), once);
+    ListOutput once;
+    const ListOutput &args = output_of(script_list_command(), once);
     if (!args.ran) {
         return SWVER_STATUS_UNKNOWN;
     }
@@ -300,8 +296,8 @@ int look_for_script(const CommandOutput &names, std::string_view name) {
 // a list is held reads as "cannot tell".
 int sw_check(int check, const char *exe) {
     return platform::c_call(SWVER_STATUS_UNKNOWN, [&] {
-        CommandOutput once;
-        const CommandOutput &out = output_of(list_command(check), once);
+        ListOutput once;
+        const ListOutput &out = output_of(list_command(check), once);
         const int status = look_in(out, check, exe);
         if (check == CHECK_PROCESS_NAME && status == SWVER_STATUS_STOPPED &&
             strlen(exe) > COMM_MAX) {

@@ -382,21 +382,20 @@ int populate_SwVerEntries(void) {
     // The whole listing first: one that cannot be read to its end in time
     // counts as one that could not be started, and the list stays as it was.
     const bool started = listing.ok();
-    std::string text;
+    platform::CommandOutput text;
     if (!listing.read_all(text)) {
         errno = started ? ETIMEDOUT : ECHILD;
         perror("popen pkginfo");
         return 0;
     }
     listing.close();
-    fp_pkglist = fmemopen(&text[0], text.size(), "r");
+    fp_pkglist = text.as_file();
     if (!fp_pkglist) {
         perror("popen pkginfo");
         return 0;
     }
     read_pkg_listing(fp_pkglist, get_current_status);
-    fclose(fp_pkglist);
-    fp_pkglist = nullptr;
+    fp_pkglist = nullptr; // closed with text
     return 1;
 }
 
@@ -593,116 +592,6 @@ void SyncAlteredList(void) {
             if (entry->loc_dirty_bit) {
                 memcpy(row->location, entry->location, sizeof(row->location));
             }
-        }
-    }
-}
-
-// ---------------------------------------------------------------------------
-// Undoing an edit
-
-static altered_swver_entry *altered_entry_of(const char *pkgName) {
-    for (altered_swver_entry *entry = alterList; entry; entry = entry->next) {
-        if (strcmp(entry->pkgName, pkgName) == 0) {
-            return entry;
-        }
-    }
-    return nullptr;
-}
-
-// The column's value of a row or an edit entry and, for an entry, its dirty bit.
-struct ColumnOf {
-    int *type;
-    char *text;
-    size_t size;
-};
-
-static ColumnOf column_of(swver_t *row, int column) {
-    switch (column) {
-    case SWVER_TYPE:
-        return {&row->type, nullptr, 0};
-    case SWVER_DESCRIPTION:
-        return {nullptr, row->description, sizeof(row->description)};
-    case SWVER_LOCATION:
-        return {nullptr, row->location, sizeof(row->location)};
-    default:
-        return {nullptr, nullptr, 0};
-    }
-}
-
-static ColumnOf column_of(altered_swver_entry *entry, int column, int **dirty) {
-    switch (column) {
-    case SWVER_TYPE:
-        *dirty = &entry->type_dirty_bit;
-        return {&entry->type, nullptr, 0};
-    case SWVER_DESCRIPTION:
-        *dirty = &entry->desc_dirty_bit;
-        return {nullptr, entry->description, sizeof(entry->description)};
-    case SWVER_LOCATION:
-        *dirty = &entry->loc_dirty_bit;
-        return {nullptr, entry->location, sizeof(entry->location)};
-    default:
-        *dirty = nullptr;
-        return {nullptr, nullptr, 0};
-    }
-}
-
-static void copy_column(const ColumnOf &to, int type, const char *text) {
-    if (to.type) {
-        *to.type = type;
-    }
-    if (to.text) {
-        memset(to.text, 0, to.size);
-        memcpy(to.text, text, strnlen(text, to.size - 1));
-    }
-}
-
-static void save_column(const ColumnOf &from, int *type, char *text, size_t size) {
-    if (from.type) {
-        *type = *from.type;
-    }
-    if (from.text) {
-        memcpy(text, from.text, from.size < size ? from.size : size);
-        text[size - 1] = '\0';
-    }
-}
-
-void save_swver_edit(const char *pkgName, int column, swver_edit_undo *undo) {
-    memset(undo, 0, sizeof(*undo));
-    undo->column = column;
-    for (vorHo_Swver_t *node = swVerList; node; node = node->next) {
-        if (strcmp(node->vorSwverEntry->name, pkgName) == 0) {
-            undo->row_found = 1;
-            save_column(column_of(node->vorSwverEntry, column), &undo->row_type, undo->row_text,
-                        sizeof(undo->row_text));
-            break;
-        }
-    }
-    if (altered_swver_entry *entry = altered_entry_of(pkgName)) {
-        int *dirty = nullptr;
-        const ColumnOf edit = column_of(entry, column, &dirty);
-        if (dirty && *dirty) {
-            undo->entry_dirty = 1;
-            save_column(edit, &undo->entry_type, undo->entry_text, sizeof(undo->entry_text));
-        }
-    }
-}
-
-void undo_swver_edit(const char *pkgName, const swver_edit_undo *undo) {
-    if (altered_swver_entry *entry = altered_entry_of(pkgName)) {
-        int *dirty = nullptr;
-        const ColumnOf edit = column_of(entry, undo->column, &dirty);
-        if (dirty) {
-            *dirty = undo->entry_dirty;
-            copy_column(edit, undo->entry_type, undo->entry_text);
-        }
-    }
-    if (!undo->row_found) {
-        return;
-    }
-    for (vorHo_Swver_t *node = swVerList; node; node = node->next) {
-        if (strcmp(node->vorSwverEntry->name, pkgName) == 0) {
-            copy_column(column_of(node->vorSwverEntry, undo->column), undo->row_type,
-                        undo->row_text);
         }
     }
 }

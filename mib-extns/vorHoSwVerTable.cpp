@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "mib-extns/vorHoSwVerTable.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include "interface/sw_watch.h"
 #include "interface/vorHoSwVer_interface.h"
 #include "mib-extns/mib_registration.h"
 #include "mib-extns/object_map.h"
+#include "mib-extns/sw_set_phases.h"
 #include "mib-extns/vorMeMibGroup.h"
 #include "temhostd.h"
 
@@ -117,16 +117,6 @@ static int check_column(netsnmp_agent_request_info *reqinfo, netsnmp_request_inf
     }
 }
 
-// A writable column's SET between its phases, which the master sends as
-// messages of their own: the package RESERVE1 checked, so that ACTION
-// edits that package or none, and what ACTION replaced, for UNDO.
-#define SWVER_EDIT_DATA "vorHoSwVerEdit"
-struct PendingEdit {
-    char name[SWVER_VALUE_BUF];
-    int applied;
-    swver_edit_undo undo;
-};
-
 static bool is_writable(unsigned int column) {
     return column == SWVER_TYPE || column == SWVER_DESCRIPTION || column == SWVER_LOCATION;
 }
@@ -165,60 +155,11 @@ static int apply_column(const netsnmp_variable_list *var, unsigned int column, i
     return status;
 }
 
-// RESERVE1 of a writable column that passed its checks: the row's package
-// goes with the request to the later phases.
-static int hold_row(netsnmp_agent_request_info *reqinfo, netsnmp_request_info *request, int index) {
-    auto *edit = static_cast<PendingEdit *>(calloc(1, sizeof(PendingEdit)));
-    if (!edit) {
-        return refuse_request(reqinfo, request, SNMP_ERR_RESOURCEUNAVAILABLE);
-    }
-    ReadSwverEntry(index, SWVER_NAME, edit->name);
-    netsnmp_request_add_list_data(request, netsnmp_create_data_list(SWVER_EDIT_DATA, edit, free));
-    return SNMP_ERR_NOERROR;
-}
-
-// ACTION: a rebuild since RESERVE1 may have given the index to another
-// package. The SET then fails (genErr, as when the row is gone) rather than
-// edit a package the manager did not check; the master undoes the rest.
-static int apply_held(const netsnmp_request_info *request, unsigned int column, int index) {
-    auto *edit = static_cast<PendingEdit *>(netsnmp_request_get_list_data(
-        const_cast<netsnmp_request_info *>(request), SWVER_EDIT_DATA));
-    char name[SWVER_VALUE_BUF] = {};
-    if (!edit || !edit->name[0] || ReadSwverEntry(index, SWVER_NAME, name) != 1 ||
-        strcmp(name, edit->name) != 0) {
-        return SNMP_ERR_GENERR;
-    }
-    save_swver_edit(edit->name, static_cast<int>(column), &edit->undo);
-    const int status = apply_column(request->requestvb, column, index, edit->name);
-    edit->applied = status == SNMP_ERR_NOERROR;
-    return status;
-}
-
-// UNDO puts back what ACTION changed, last edit first, so that two edits of
-// one field end with the value before both.
-static void undo_held(netsnmp_request_info *requests) {
-    netsnmp_request_info *last = requests;
-    while (last && last->next) {
-        last = last->next;
-    }
-    for (netsnmp_request_info *request = last; request; request = request->prev) {
-        auto *edit =
-            static_cast<PendingEdit *>(netsnmp_request_get_list_data(request, SWVER_EDIT_DATA));
-        if (edit && edit->applied) {
-            undo_swver_edit(edit->name, &edit->undo);
-            edit->applied = 0;
-        }
-        if (request == requests) {
-            break;
-        }
-    }
-}
-
 int vorHoSwVerTable_handler(netsnmp_mib_handler *, netsnmp_handler_registration *,
                             netsnmp_agent_request_info *reqinfo, netsnmp_request_info *requests) {
     int result = SNMP_ERR_NOERROR;
     if (reqinfo->mode == MODE_SET_UNDO) {
-        undo_held(requests);
+        sw_set_undo_held(requests);
         return result;
     }
     for (netsnmp_request_info *request = requests; request; request = request->next) {
@@ -248,7 +189,7 @@ int vorHoSwVerTable_handler(netsnmp_mib_handler *, netsnmp_handler_registration 
         case MODE_SET_RESERVE1: {
             int status = check_column(reqinfo, request, column);
             if (status == SNMP_ERR_NOERROR && is_writable(column)) {
-                status = hold_row(reqinfo, request, index);
+                status = sw_set_hold_row(reqinfo, request, index);
             }
             if (status != SNMP_ERR_NOERROR) {
                 return status;
@@ -259,7 +200,7 @@ int vorHoSwVerTable_handler(netsnmp_mib_handler *, netsnmp_handler_registration 
             // The result is that of the last setter called; the other
             // columns call none and leave it as it is.
             if (is_writable(column)) {
-                result = apply_held(request, column, index);
+                result = sw_set_apply_held(request, column, index, apply_column);
                 if (result != SNMP_ERR_NOERROR) {
                     netsnmp_set_request_error(reqinfo, request, result);
                 }

@@ -159,7 +159,9 @@ bool PopenStream::spawn(const std::vector<std::string> &words) {
     return true;
 }
 
-bool PopenStream::read_all(std::string &out) {
+bool PopenStream::read_all(CommandOutput &output) {
+    output.file_.reset();
+    std::string &out = output.text_;
     out.clear();
     const bool ended = c_call(false, [&] {
         char chunk[4096];
@@ -234,6 +236,21 @@ int PopenStream::close() {
         pidfd_ = -1;
     }
     return status;
+}
+
+std::vector<std::string> CommandOutput::lines() const {
+    std::vector<std::string> lines;
+    for (size_t at = 0; at < text_.size();) {
+        const size_t end = std::min(text_.find('\n', at), text_.size());
+        lines.push_back(text_.substr(at, end - at));
+        at = end + 1;
+    }
+    return lines;
+}
+
+FILE *CommandOutput::as_file() {
+    file_.reset(fmemopen(text_.data(), text_.size(), "r"));
+    return file_.get();
 }
 
 size_t reap_killed_programs() {

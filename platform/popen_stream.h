@@ -6,8 +6,11 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
+#include <memory>
 #include <string>
 #include <sys/types.h>
+#include <utility>
 #include <vector>
 
 namespace platform {
@@ -31,6 +34,34 @@ extern const char *const kCommandEnvironment[];
 // variables, patterns, double quotes, ...).
 bool split_plain_command(const char *command, std::vector<std::string> &words);
 
+// A program's whole output as PopenStream::read_all took it, read as lines
+// or, by a parser that reads with fgets, through a FILE *.
+class CommandOutput {
+  public:
+    CommandOutput() = default;
+    explicit CommandOutput(std::string text) : text_(std::move(text)) {}
+    // The stream reads the text in place: neither is copied nor moved.
+    CommandOutput(const CommandOutput &) = delete;
+    CommandOutput &operator=(const CommandOutput &) = delete;
+
+    const std::string &text() const { return text_; }
+    // One string per line, without its '\n'. A last line without one is a
+    // line too; an empty output has none. A NUL byte stays in its line.
+    std::vector<std::string> lines() const;
+    // The text as a read-only stream from its start, open until the next
+    // call or this object's end (the stream given before is closed); null
+    // when none can be opened.
+    FILE *as_file();
+
+  private:
+    friend class PopenStream;
+    struct Closer {
+        void operator()(FILE *fp) const { fclose(fp); }
+    };
+    std::string text_;
+    std::unique_ptr<FILE, Closer> file_;
+};
+
 // Runs the command like popen(command, "r") does, except that a line with
 // no shell syntax whose program is an absolute path is executed directly:
 // a shell started every few seconds only to run one program is most of an
@@ -52,7 +83,7 @@ class PopenStream {
     // output did not end by the deadline: the process group is killed then,
     // and the command is logged as stuck (once, and once more when a run
     // ends in time again).
-    bool read_all(std::string &out);
+    bool read_all(CommandOutput &output);
     // Waits for the end, within what is left of the deadline, and returns
     // the wait status as pclose does; -1 when nothing ran or it had to be
     // killed (it is reaped later, without waiting).

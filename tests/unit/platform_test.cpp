@@ -211,10 +211,10 @@ TEST(PlatformPopen, OnlyStdioTheFixedEnvironmentAndUnblockedSignals) {
     void (*saved_pipe)(int) = signal(SIGPIPE, SIG_IGN);
     const auto run = [](const char *command, int status = 0) {
         platform::PopenStream p(command);
-        std::string out;
+        platform::CommandOutput out;
         EXPECT_TRUE(p.read_all(out)) << command;
         EXPECT_EQ(status, WEXITSTATUS(p.close())) << command;
-        return out;
+        return out.text();
     };
     EXPECT_EQ("0\n1\n2\n", run("ls /proc/$$/fd; true"));
     EXPECT_EQ("PATH=/usr/sbin:/usr/bin:/sbin:/bin\nLC_ALL=C\n", run("/usr/bin/env"));
@@ -234,6 +234,33 @@ TEST(PlatformPopen, OnlyStdioTheFixedEnvironmentAndUnblockedSignals) {
     sigprocmask(SIG_SETMASK, &saved, nullptr);
     close(stray);
     setenv("PATH", path.c_str(), 1);
+}
+
+// A command's output as lines and as a stream for fgets parsers: the stream
+// gives every byte (NULs too) from the start on each call; a line is cut at
+// '\n' only, whatever its length.
+TEST(PlatformPopen, OutputAsLinesAndAsAStream) {
+    using namespace std::string_literals;
+    const std::string long_line(100000, 'L');
+    const std::pair<std::string, std::vector<std::string>> cases[] = {
+        {"", {}},
+        {"\n", {""}},
+        {"a\n\nb\n", {"a", "", "b"}},
+        {"a\nno final newline", {"a", "no final newline"}},
+        {"x\0y\n\0\nz"s, {"x\0y"s, "\0"s, "z"}},
+        {long_line + "\nshort\n", {long_line, "short"}},
+    };
+    for (const auto &[text, lines] : cases) {
+        platform::CommandOutput out(text);
+        EXPECT_EQ(lines, out.lines()) << text.size();
+        for (int pass = 0; pass < 2; ++pass) {
+            FILE *fp = out.as_file();
+            ASSERT_NE(nullptr, fp);
+            std::string read(text.size() + 1, '-');
+            read.resize(fread(&read[0], 1, read.size(), fp));
+            EXPECT_EQ(text, read) << text.size() << " pass " << pass;
+        }
+    }
 }
 
 // Not running any more: gone, or a zombie for its new parent to reap.
@@ -266,7 +293,7 @@ TEST(PlatformPopen, DeadlineKillsTheGroupReapsAndLogsOnceEachWay) {
             std::filesystem::remove(dir.path + "/psrinfo.hangs");
         const int64_t start = platform::monotonic_ms();
         platform::PopenStream p(platform::psrinfo_path(), 100);
-        std::string out;
+        platform::CommandOutput out;
         EXPECT_EQ(!hangs, p.read_all(out));
         p.close();
         EXPECT_LT(platform::monotonic_ms() - start, 1000);
