@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/mount_probe.h"
+#include "platform/notice.h"
 #include "platform/offloop.h"
 
 namespace {
