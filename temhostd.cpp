@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "daemon/master_link.h"
-#include "daemon/offloop_glue.h"
+#include "daemon/platform_glue.h"
 #include "daemon/run_marker.h"
 #include "daemon/service_manager.h"
 #include "interface/KYOrblHost_Trigger.h"
@@ -425,7 +425,7 @@ int temhostd_main(int argc, char **argv) {
     }
     snmp_log(LOG_INFO, "%s%d.%d [Ready]\n", agent, TEMHOSTD_VERSION_MAJOR, TEMHOSTD_VERSION_MINOR);
 
-    attach_offloop();
+    attach_platform();
     refresh_data();
     refresh_cpu_data();
     install_signal_handlers();
@@ -438,7 +438,7 @@ int temhostd_main(int argc, char **argv) {
     }
     tell_service_manager_stopping();
     close_wake_pipe();
-    detach_offloop();
+    detach_platform();
 
     closeAgt();
     snmp_log(LOG_INFO, "Stopping %s%d.%d\n", agent, TEMHOSTD_VERSION_MAJOR, TEMHOSTD_VERSION_MINOR);

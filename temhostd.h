@@ -4,9 +4,7 @@
 // start-up and shutdown is private to temhostd.cpp.
 #pragma once
 
-// The application name: log identity, and the configuration type under
-// which the persistent tokens are stored.
-#define APPL_NAME "temhostd"
+#include "mib-extns/appl_name.h" // APPL_NAME
 
 extern int g_do_trap;       // 0 after -T: no traps are sent
 extern char *pCommunityStr; // -c argument, or the built-in default

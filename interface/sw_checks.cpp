@@ -8,7 +8,7 @@
 #include <memory>
 #include <string_view>
 
-#include "interface/vorHoSwVer_interface.h"
+#include "interface/swver_codes.h"
 #include "platform/commands.h"
 #include "platform/guard.h"
 #include "platform/popen_stream.h"

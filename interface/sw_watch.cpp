@@ -10,7 +10,7 @@
 #include "interface/debug.h"
 #include "interface/net_snmp.h"
 #include "interface/sw_checks.h"
-#include "interface/vorHoSwVer_interface.h"
+#include "interface/swver_codes.h"
 
 #define SWVER_TOKEN "vorOrblFSinterface"
 

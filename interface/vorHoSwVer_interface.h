@@ -10,27 +10,15 @@
 
 #include <cstdio>
 
+#include "interface/swver_codes.h" // SWVER_STATUS_*, SWVER_TYPE_*, SWVER_NAME_MAX, SWVER_VALUE_BUF
+
 #define SWVER_MAX_ROWS 100
 #define SWVER_NAME_SIZE 128
-#define SWVER_NAME_MAX 63 // a package name is cut to this many characters
 #define SWVER_DESC_SIZE 128
 #define SWVER_DATE_SIZE 8
 #define SWVER_LOC_SIZE 256
 #define SWVER_VERSION_SIZE 11
 #define SWVER_VERSIONBIN_SIZE 50
-// ReadSwverEntry's callers supply a zeroed buffer of at least this size.
-#define SWVER_VALUE_BUF 256
-
-// Running state of a package.
-#define SWVER_STATUS_UNKNOWN 1
-#define SWVER_STATUS_RUNNING 2
-#define SWVER_STATUS_STOPPED 3
-
-// Package kinds given by the filters (an operator may set any of 1 to 5).
-#define SWVER_TYPE_DRIVER 2
-#define SWVER_TYPE_AGENT 3
-#define SWVER_TYPE_UTILITY 4
-#define SWVER_TYPE_APPLICATION 5
 
 typedef struct _swver_t {
     int index;  // row index, 1 to 100

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "mib-extns/mib_registration.h"
 
-#include "temhostd.h"
+#include "mib-extns/appl_name.h"
 
 #include <cstdint>
 #include <cstring>

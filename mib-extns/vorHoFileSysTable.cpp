@@ -6,7 +6,7 @@
 #include "mib-extns/mib_registration.h"
 #include "mib-extns/object_map.h"
 #include "mib-extns/vorMeMibGroup.h"
-#include "temhostd.h"
+#include "mib-extns/appl_name.h"
 
 #define FS_TABLE_TOKEN "vorHoFileSysTable:initialize_table_vorHoFileSysTable"
 

@@ -7,7 +7,7 @@
 #include "interface/KyOrblHostOsInfo_interface.h"
 #include "mib-extns/mib_registration.h"
 #include "mib-extns/object_map.h"
-#include "temhostd.h"
+#include "mib-extns/appl_name.h"
 
 #define HO_TEXT_LEN 256
 

@@ -9,7 +9,7 @@
 #include "mib-extns/object_map.h"
 #include "mib-extns/sw_set_phases.h"
 #include "mib-extns/vorMeMibGroup.h"
-#include "temhostd.h"
+#include "mib-extns/appl_name.h"
 
 #define SWVER_TABLE_TOKEN "vorHoSwVerTable:initialize_table_vorHoSwVerTable"
 

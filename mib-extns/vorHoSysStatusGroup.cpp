@@ -6,7 +6,7 @@
 #include "interface/KyOrblHostSysStatus_interface.h"
 #include "mib-extns/mib_registration.h"
 #include "mib-extns/object_map.h"
-#include "temhostd.h"
+#include "mib-extns/appl_name.h"
 
 // Response values outlive the handler call.
 static u_char s_mib_array[MIB_ARRAY_SIZE];

@@ -9,6 +9,7 @@
 #include <syslog.h>
 
 #include "platform/guard.h"
+#include "platform/notice.h"
 #include "platform/offloop.h"
 
 namespace platform {
@@ -146,14 +147,13 @@ size_t MountProbe::threads() const {
     return state_->jobs->load();
 }
 
-namespace {} // namespace
-
 std::vector<StatAnswer> MountProbe::stat_all(const std::vector<MountId> &ids) {
     size_t i = 0;
     return stat_all([&]() -> const MountId * { return i < ids.size() ? &ids[i++] : nullptr; });
 }
 
 std::vector<StatAnswer> MountProbe::stat_all(const std::function<const MountId *()> &next) {
+    TEMHOSTD_MAIN_THREAD_ONLY(); // the bookkeeping has no lock
     State &st = *state_;
     const Limits &lim = st.limits;
     const uint64_t round_no = ++st.round;

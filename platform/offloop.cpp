@@ -5,10 +5,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <csignal>
-#include <cstdarg>
 #include <cstdint>
-#include <cstdio>
-#include <ctime>
 #include <deque>
 #include <mutex>
 #include <poll.h>
@@ -17,6 +14,7 @@
 #include <unistd.h>
 
 #include "platform/guard.h"
+#include "platform/notice.h"
 
 namespace platform {
 namespace offloop {
@@ -131,6 +129,7 @@ int completion_fd() {
 }
 
 void drain() {
+    TEMHOSTD_MAIN_THREAD_ONLY();
     Pool &p = pool();
     std::deque<std::function<void()>> finished;
     {
@@ -188,32 +187,6 @@ void close_completion_fd() {
 // as the file system hangs. With a job under way the check is left out.
 extern "C" int __lsan_is_turned_off() {
     return offloop::busy() > 0;
-}
-
-int64_t monotonic_ms() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
-}
-
-namespace {
-void (*s_notice_sink)(int, const char *) = nullptr;
-} // namespace
-
-void set_notice_sink(void (*sink)(int priority, const char *line)) {
-    s_notice_sink = sink;
-}
-
-void notice(int priority, const char *format, ...) {
-    if (!s_notice_sink) {
-        return;
-    }
-    char line[512];
-    va_list args;
-    va_start(args, format);
-    vsnprintf(line, sizeof(line), format, args);
-    va_end(args);
-    s_notice_sink(priority, line);
 }
 
 } // namespace platform

@@ -6,11 +6,12 @@
 // part then runs on the main thread, from drain(), which the loop calls
 // when the completion descriptor turns readable. Nothing here may call the
 // SNMP library (this library does not link it); lines for the log go
-// through notice(), from the main thread only.
+// through notice() (platform/notice.h), from the main thread only. Only
+// the mount probe starts jobs, and only the daemon's glue drains them:
+// nothing else includes this file.
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <functional>
 
 namespace platform {
@@ -43,13 +44,4 @@ size_t busy();
 void close_completion_fd();
 
 } // namespace offloop
-
-// CLOCK_MONOTONIC in milliseconds.
-int64_t monotonic_ms();
-
-// Lines for the daemon's log from this layer (main thread only). Without a
-// sink they go nowhere.
-void set_notice_sink(void (*sink)(int priority, const char *line));
-void notice(int priority, const char *format, ...) __attribute__((format(printf, 2, 3)));
-
 } // namespace platform

@@ -15,7 +15,7 @@
 #include <unistd.h>
 
 #include "platform/guard.h"
-#include "platform/offloop.h"
+#include "platform/notice.h"
 
 namespace platform {
 
@@ -95,6 +95,7 @@ bool split_plain_command(const char *command, std::vector<std::string> &words) {
 }
 
 PopenStream::PopenStream(const char *command, int deadline_ms) : deadline_ms_(deadline_ms) {
+    TEMHOSTD_MAIN_THREAD_ONLY();
     c_call(0, [&] {
         command_ = command;
         deadline_ = monotonic_ms() + deadline_ms;
@@ -254,6 +255,7 @@ FILE *CommandOutput::as_file() {
 }
 
 size_t reap_killed_programs() {
+    TEMHOSTD_MAIN_THREAD_ONLY();
     s_killed.erase(std::remove_if(s_killed.begin(), s_killed.end(),
                                   [](const Killed &k) {
                                       int status;

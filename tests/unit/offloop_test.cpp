@@ -1,196 +1,103 @@
 // SPDX-License-Identifier: Apache-2.0
-// The statvfs rounds beside the main loop, over calls that never return,
-// return late, slowly or at once. These start threads: they also run under
-// ThreadSanitizer, in a build of their own (TEMHOSTD_TSAN).
+// The thread pool beside the main loop: its cap, where done parts run, and
+// the completion descriptor after the stop. These start threads: they also
+// run under ThreadSanitizer, in a build of their own (TEMHOSTD_TSAN).
 #include <atomic>
-#include <chrono>
+#include <cerrno>
 #include <condition_variable>
-#include <map>
 #include <mutex>
-#include <set>
-#include <string>
+#include <sys/eventfd.h>
 #include <thread>
-#include <vector>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include "platform/mount_probe.h"
 #include "platform/offloop.h"
 
 namespace {
 
-// Never destroyed: a call may still be on its way out when the tests end.
-struct Calls {
+// Jobs that wait until opened; never destroyed, as a job may still be
+// leaving when the tests end.
+struct Gate {
     std::mutex mu;
     std::condition_variable opened;
-    std::set<std::string> hanging; // a call made now waits until its path is released
-    std::set<std::string> released;
-    std::map<std::string, int> made, returned;
-} &g = *new Calls;
-std::vector<std::string> g_notices;
-std::atomic<int64_t> g_skew{0};
+    bool open = false;
+} &g_gate = *new Gate;
 
-int64_t skewed_clock() {
-    return platform::monotonic_ms() + g_skew.load();
+void wait_at_gate() {
+    std::unique_lock<std::mutex> lock(g_gate.mu);
+    g_gate.opened.wait(lock, [] { return g_gate.open; });
 }
 
-// A path in g.hanging when the call is made waits until it is released;
-// "slow..." takes 10 ms; "gone" fails; the rest answer with their name's
-// length as their block count.
-int fake_statvfs(const char *path, struct statvfs *vfs) {
-    const std::string p = path;
-    std::unique_lock<std::mutex> lock(g.mu);
-    ++g.made[p];
-    if (g.hanging.count(p)) {
-        g.opened.wait(lock, [&] { return g.released.count(p) > 0; });
-    }
-    if (p.compare(0, 4, "slow") == 0) {
-        lock.unlock();
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        lock.lock();
-    }
-    ++g.returned[p];
-    *vfs = {};
-    vfs->f_blocks = p.size();
-    return p == "gone" ? -1 : 0;
+void open_gate(bool open) {
+    std::lock_guard<std::mutex> lock(g_gate.mu);
+    g_gate.open = open;
+    g_gate.opened.notify_all();
 }
 
-void hang(const std::string &path) {
-    std::lock_guard<std::mutex> lock(g.mu);
-    g.hanging.insert(path);
+// Until done() holds, draining on the way; false if it never does.
+template <typename F> bool drain_until(F done) {
+    for (int i = 0; i < 2000 && !done(); ++i) {
+        platform::offloop::wait(5);
+    }
+    return done();
 }
 
-void release(const std::string &path) {
-    std::lock_guard<std::mutex> lock(g.mu);
-    g.released.insert(path);
-    g.opened.notify_all();
+// With every thread in a job, run refuses the next one and starts no
+// thread past the cap; once the jobs return, each done part runs once, on
+// the main thread, and run takes jobs again.
+TEST(Offloop, ThreadCapRefusesThenRecovers) {
+    open_gate(false);
+    const std::thread::id main = std::this_thread::get_id();
+    std::atomic<size_t> done_here{0}, done_elsewhere{0};
+    const auto done = [&] { ++(std::this_thread::get_id() == main ? done_here : done_elsewhere); };
+    size_t accepted = 0;
+    while (accepted <= platform::offloop::kMaxThreads &&
+           platform::offloop::run(wait_at_gate, done)) {
+        ++accepted;
+    }
+    EXPECT_LE(accepted, platform::offloop::kMaxThreads) << "never refused";
+    EXPECT_LE(platform::offloop::threads(), platform::offloop::kMaxThreads);
+    EXPECT_FALSE(platform::offloop::run([] {}, nullptr)) << "still full";
+
+    open_gate(true);
+    EXPECT_TRUE(drain_until([&] { return done_here.load() == accepted; }));
+    EXPECT_EQ(0u, done_elsewhere.load());
+    std::atomic<bool> ran{false};
+    ASSERT_TRUE(platform::offloop::run([&] { ran = true; }, nullptr));
+    EXPECT_TRUE(drain_until([&] { return ran.load(); }));
+    EXPECT_EQ(accepted, done_here.load()) << "each done part once";
 }
 
-// A mount that hangs only for the calls made while it hangs: the next
-// call answers (a new mount at its path), the earlier one still waits.
-void recover(const std::string &path) {
-    std::lock_guard<std::mutex> lock(g.mu);
-    g.hanging.erase(path);
-}
+// After close_completion_fd a job that finishes rings nothing: the number
+// the descriptor had may belong to another file by then. Its done part
+// still runs from drain.
+TEST(Offloop, NoRingAfterTheDescriptorIsClosed) {
+    const int fd = platform::offloop::completion_fd();
+    ASSERT_GE(fd, 0);
+    const int other = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    ASSERT_GE(other, 0);
+    platform::offloop::close_completion_fd();
+    ASSERT_EQ(fd, dup2(other, fd)) << "another file at the old number";
+    close(other);
 
-int calls(const std::string &path) {
-    std::lock_guard<std::mutex> lock(g.mu);
-    return g.made[path];
-}
-
-int returned(const std::string &path) {
-    std::lock_guard<std::mutex> lock(g.mu);
-    return g.returned[path];
-}
-
-struct Bed {
-    explicit Bed(platform::MountProbe::Limits limits) : probe(fake_statvfs, skewed_clock, limits) {
-        g_notices.clear();
-        platform::set_notice_sink([](int, const char *line) { g_notices.push_back(line); });
+    std::atomic<bool> worked{false}, done{false};
+    ASSERT_TRUE(platform::offloop::run([&] { worked = true; }, [&] { done = true; }));
+    // A job leaves busy() and rings in one step under the pool's lock,
+    // which threads() takes: past both, a ring would be there to read.
+    for (int i = 0; i < 2000 && !(worked && platform::offloop::busy() == 0); ++i) {
+        usleep(1000);
     }
-    ~Bed() {
-        platform::set_notice_sink(nullptr);
-        std::lock_guard<std::mutex> lock(g.mu);
-        g.released.insert(g.hanging.begin(), g.hanging.end());
-        g.opened.notify_all();
+    platform::offloop::threads();
+    uint64_t count = 0;
+    EXPECT_EQ(-1, read(fd, &count, sizeof(count))) << "rang " << count;
+    EXPECT_EQ(EAGAIN, errno);
+    for (int i = 0; i < 2000 && !done; ++i) {
+        platform::offloop::drain();
+        usleep(1000);
     }
-    // One character per mount: its block count, '-' no answer, '!' failed.
-    // A round that must not wait for its deadline is given most_ms.
-    std::string round(const std::vector<platform::MountId> &mounts, int64_t most_ms = 100000) {
-        const int64_t start = platform::monotonic_ms();
-        std::string got;
-        for (const platform::StatAnswer &a : probe.stat_all(mounts)) {
-            got += !a.answered ? "-" : a.rc != 0 ? "!" : std::to_string(a.vfs.f_blocks);
-        }
-        EXPECT_LE(platform::monotonic_ms() - start, most_ms);
-        return got;
-    }
-    platform::MountProbe probe;
-};
-
-std::vector<platform::MountId> mounts(const std::vector<std::string> &paths) {
-    std::vector<platform::MountId> m;
-    for (const std::string &p : paths) {
-        m.push_back({p, "dev", "fs"});
-    }
-    return m;
-}
-
-// Slow mounts are all answered in one round; a mount whose call is out
-// keeps its last answer until the call passes the limit, then it is
-// stuck: left out, logged once, never asked twice, and answered again
-// once the call returns. Rounds after the first do not wait for it.
-TEST(MountProbe, SlowLateAndStuckMountsOverRounds) {
-    Bed bed({300, 2000, 16, 8});
-    hang("hang");
-    hang("late");
-    std::vector<std::string> paths = {"a", "hang", "bb", "late", "gone", "c", "flaky"};
-    for (int i = 10; i < 50; ++i) {
-        paths.push_back("slow" + std::to_string(i));
-    }
-    const std::string slow(40, '6');
-    EXPECT_EQ("1-2-!15" + slow, bed.round(mounts(paths)));
-    hang("flaky");
-    EXPECT_EQ("1-2-!15" + slow, bed.round(mounts(paths))) << "flaky keeps its answer";
-    EXPECT_EQ("1-2-!15" + slow, bed.round(mounts(paths), 250));
-    EXPECT_EQ(1, calls("hang"));
-    EXPECT_EQ(2, calls("flaky"));
-    EXPECT_TRUE(g_notices.empty()) << g_notices[0];
-
-    g_skew += 2000;
-    EXPECT_EQ("1-2-!1-" + slow, bed.round(mounts(paths), 250));
-    EXPECT_EQ(3u, bed.probe.stuck());
-    EXPECT_EQ(1, calls("hang"));
-    ASSERT_EQ(3u, g_notices.size());
-    EXPECT_EQ("File system hang does not answer within 2.0 s: left out of the file system table "
-              "until it does\n",
-              g_notices[0]);
-
-    release("late");
-    for (int i = 0; i < 100 && returned("late") == 0; ++i) {
-        platform::offloop::wait(10);
-    }
-    g_skew += 1000;
-    EXPECT_EQ("1-24!1-" + slow, bed.round(mounts(paths), 250));
-    EXPECT_EQ(2, calls("late"));
-    ASSERT_EQ(4u, g_notices.size());
-    EXPECT_EQ(0u, g_notices[3].find("File system late answers again after ")) << g_notices[3];
-    EXPECT_EQ(2u, bed.probe.stuck());
-}
-
-// Hung mounts up to the bound leave every other mount answered, and a new
-// mount at a stuck mount's path is asked at once. Past the bound, the
-// threads stay bounded, the mounts asked before keep their answers, and
-// the log counts the ones left out.
-TEST(MountProbe, HungMountsUpToAndBeyondTheThreadBoundAndARemount) {
-    Bed bed({300, 1000, 2, 3});
-    for (const char *p : {"h0", "h1", "h2", "h3", "h4", "h5"}) {
-        hang(p);
-    }
-    std::vector<platform::MountId> table = mounts({"h0", "h1", "h2", "a", "b"});
-    EXPECT_EQ("---11", bed.round(table));
-    EXPECT_EQ("---11", bed.round(table, 250));
-    EXPECT_EQ(1, calls("h0"));
-    EXPECT_LE(bed.probe.threads(), 5u);
-
-    recover("h0");
-    table[0].source = "elsewhere";
-    EXPECT_EQ("2--11", bed.round(table, 250)) << "the new mount at h0";
-    EXPECT_EQ(2, calls("h0"));
-
-    for (const char *p : {"h3", "h4", "h5"}) {
-        table.push_back({p, "dev", "fs"});
-    }
-    g_skew += 1000;
-    const size_t before = g_notices.size();
-    EXPECT_EQ("2--11---", bed.round(table));
-    EXPECT_EQ("2--11---", bed.round(table, 250));
-    EXPECT_LE(bed.probe.threads(), 5u);
-    EXPECT_EQ(0, calls("h5"));
-    ASSERT_EQ(before + 3, g_notices.size()) << g_notices.back();
-    EXPECT_EQ("All 5 threads for file system queries wait on slow or hung file systems: 1 mount "
-              "points left out\n",
-              g_notices.back());
+    EXPECT_TRUE(done);
+    close(fd);
 }
 
 } // namespace

@@ -7,6 +7,8 @@
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
+#include <syslog.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -15,6 +17,8 @@
 #include "interface/KyOrblKstat_routines.h"
 #include "platform/commands.h"
 #include "platform/mnttab.h"
+#include "platform/mount_probe.h"
+#include "platform/notice.h"
 #include "platform/offloop.h"
 #include "platform/popen_stream.h"
 #include "platform/smbios.h"
@@ -313,6 +317,46 @@ TEST(PlatformPopen, DeadlineKillsTheGroupReapsAndLogsOnceEachWay) {
     EXPECT_EQ(0u, notices[0].find(command + " did not finish within 100 ms")) << notices[0];
     EXPECT_EQ(command + " finishes in time again\n", notices[1]);
     platform::set_notice_sink(nullptr);
+}
+
+// The entries that may reach the SNMP library, or main-thread bookkeeping
+// without a lock, abort when called from another thread, naming where;
+// on the main thread they run, and nothing is checked before a thread is
+// marked (a program that never attaches, as most tests here).
+TEST(PlatformMainThread, EntriesAbortOffTheMainThreadOnly) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    platform::MountProbe probe([](const char *, struct statvfs *) { return 0; },
+                               platform::monotonic_ms, {});
+    const struct {
+        const char *where;
+        std::function<void()> call;
+    } entries[] = {
+        {"notice.cpp:[0-9]+: notice", [] { platform::notice(LOG_INFO, "a line\n"); }},
+        {"offloop.cpp:[0-9]+: drain", [] { platform::offloop::drain(); }},
+        {"mount_probe.cpp:[0-9]+: stat_all",
+         [&] {
+             probe.stat_all(std::vector<platform::MountId>{{"/", "dev", "fs"}});
+         }},
+        {"popen_stream.cpp:[0-9]+: reap_killed_programs", [] { platform::reap_killed_programs(); }},
+        {"popen_stream.cpp:[0-9]+: PopenStream", [] { platform::PopenStream p("/bin/true"); }},
+    };
+    for (const auto &e : entries) {
+        SCOPED_TRACE(e.where);
+        EXPECT_EXIT(
+            {
+                std::thread(e.call).join();
+                exit(3);
+            },
+            testing::ExitedWithCode(3), "")
+            << "not marked yet";
+    }
+    platform::mark_main_thread();
+    for (const auto &e : entries) {
+        SCOPED_TRACE(e.where);
+        EXPECT_DEATH(std::thread(e.call).join(),
+                     std::string(e.where) + " called off the main thread");
+        e.call();
+    }
 }
 
 } // namespace

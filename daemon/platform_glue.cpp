@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "daemon/offloop_glue.h"
+#include "daemon/platform_glue.h"
 
 #include "interface/net_snmp.h"
+#include "platform/notice.h"
 #include "platform/offloop.h"
 #include "platform/popen_stream.h"
 
@@ -33,7 +34,8 @@ static void arm_reaper(void) {
     }
 }
 
-void attach_offloop(void) {
+void attach_platform(void) {
+    platform::mark_main_thread();
     platform::set_notice_sink(log_notice);
     platform::set_reaping_request(arm_reaper);
     s_completion_fd = platform::offloop::completion_fd();
@@ -42,7 +44,7 @@ void attach_offloop(void) {
     }
 }
 
-void detach_offloop(void) {
+void detach_platform(void) {
     if (s_completion_fd >= 0) {
         unregister_readfd(s_completion_fd);
         s_completion_fd = -1;
