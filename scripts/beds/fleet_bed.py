@@ -212,8 +212,9 @@ class Fleet:
         for h in self.hosts:
             h.wait_up()
         if self.prometheus:
-            wait_for(lambda: self.query('count(up{job="temhostd"} == 1)') == [self.n], timeout=30,
-                     what="every host scraped")
+            # By the label the agent-down alert selects on: the README's job sets it.
+            wait_for(lambda: self.query('count(up{module="temhostd"} == 1)') == [self.n],
+                     timeout=30, what="every host scraped")
 
     def tick(self):
         start = last = time.monotonic()
@@ -234,6 +235,7 @@ class Fleet:
                  "relabel_configs": [
                      {"source_labels": ["__address__"], "target_label": "__param_target"},
                      {"source_labels": ["__param_target"], "target_label": "instance"},
+                     {"source_labels": ["__param_module"], "target_label": "module"},
                      {"target_label": "__address__", "replacement": EXPORTER}]},
                 {"job_name": "snmp_exporter", "static_configs": [{"targets": [EXPORTER]}]},
                 *self.jobs]
