@@ -6,8 +6,8 @@ Started by bench/run-all inside a private host (scripts/in-private-host.sh):
     run_all.py [--quick] [--only=PHASE] BUILD_DIR
 
 prepares the host (a package database of 100 recognised packages, a pass
-script for a sibling MIB), runs a fleet of 5, then 20 hosts (scripts/fleet.py),
-then two sessions of the agent bed (scripts/agent_bed.py), each calling this
+script for a sibling MIB), runs a fleet of 5, then 20 hosts (scripts/beds/fleet_bed.py),
+then two sessions of the agent bed (scripts/beds/agent_bed.py), each calling this
 file again with --phase:
 
     run_all.py --phase reconnect|main|hung [--quick] BUILD_DIR RESULTS_JSON PROGRESS_FD
@@ -32,13 +32,13 @@ import time
 import traceback
 import urllib.request
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "scripts"))
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "scripts", "beds"))
 from agent_bed import (MASTER_CMD, MASTER_PID_FILE, READY_OIDS, Process, get_ms,  # noqa: E402
                        hung_fuse_mount, start_slow_fuse)
-from fleet import EXPORTER, Fleet  # noqa: E402
+from fleet_bed import EXPORTER, Fleet  # noqa: E402
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-SCRIPTS = os.path.join(HERE, "..", "scripts")
+BEDS = os.path.join(HERE, "..", "scripts", "beds")
 COMMUNITY = "meadow"
 AGENT = "127.0.0.1"
 SYS_UPTIME = "1.3.6.1.2.1.1.3.0"
@@ -537,7 +537,7 @@ def exporter_counts(address, module):
 
 
 def step_fleet(build, res, quick):
-    """N hosts (scripts/fleet.py) scraped every FLEET_INTERVAL s through two
+    """N hosts (scripts/beds/fleet_bed.py) scraped every FLEET_INTERVAL s through two
     exporters, one per module: Prometheus' scrape duration per host and the
     exporter's CPU per scrape over a window, for temhostd's module and the
     host-resources one."""
@@ -1006,7 +1006,7 @@ def print_table(res):
                      "%.2f ms" % (loaded["tcp_lines"], loaded["telnet_p90"],
                                   loaded["ostype_p90"]))
     for n, f in sorted(res.get("fleet", {}).items(), key=lambda kv: int(kv[0])):
-        notes.append("fleet of %s hosts (scripts/fleet.py), each scraped every %d s through an "
+        notes.append("fleet of %s hosts (scripts/beds/fleet_bed.py), each scraped every %d s through an "
                      "exporter of its module's own, over %d s: %d temhostd scrapes of %.0f "
                      "samples, %d host-resources ones (hrStorageTable, hrProcessorTable) of %.0f"
                      % (n, FLEET_INTERVAL, f["window"], f["temhostd"]["scrapes"],
@@ -1072,7 +1072,7 @@ def main(argv):
                 os.makedirs("/etc/snmp", exist_ok=True)
                 with open("/etc/snmp/temhostd.conf", "a") as f:
                     f.write(CONTAINER_EXCLUSION + "\n")
-            cmd = [sys.executable, os.path.join(SCRIPTS, "agent_bed.py"), "--master-conf", conf, build,
+            cmd = [sys.executable, os.path.join(BEDS, "agent_bed.py"), "--master-conf", conf, build,
                    sys.executable, os.path.abspath(__file__), "--phase", phase, build,
                    res["_path"], str(progress_fd)] + (["--quick"] if quick else [])
             session_log.write("=== session %s\n" % phase)

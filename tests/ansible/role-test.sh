@@ -10,8 +10,9 @@
 # directory and the package bound in at their own paths.
 # Check mode on the fresh container changes nothing; the first run installs
 # the .deb copied from here (snmpd and procps from the container's apt
-# cache), the second changes nothing, a third with another watch list and
-# log option changes just those and restarts once. Then through the
+# cache), the second changes nothing; another watch list and log option,
+# checked and then made with the configure tag alone, change just those and
+# restart once. Then through the
 # container's systemd: the package's daemon runs, the role's SNMPv3 users
 # work (the daemon's own for its status array), reload keeps the pid and
 # reopens the log, the watchdog kills a stopped daemon and systemd starts it
@@ -116,10 +117,16 @@ play
 grep -q "^$suite *: ok=[0-9]* *changed=0 .*failed=0 " $work/out || { cat $work/out; fail "the second run changed"; }
 n=$(starts)
 echo '{temhostd_log: file, temhostd_software_watch: [{kind: utility, prefix: procps, process: none}]}' >$work/more.yml
-play -e @$work/more.yml
-[ "$(cat $work/changed)" = "Write the watch list and the local queries' SNMPv3 settings
+# Checked first, then made by the configure part alone: both report the
+# two files and one restart; the check restarts nothing.
+want="Write the watch list and the local queries' SNMPv3 settings
 Set the daemon's options
-Restart temhostd" ] || fail "a changed watch list and log option changed: $(cat $work/changed)"
+Restart temhostd"
+play --check --tags temhostd_configure -e @$work/more.yml
+[ "$(cat $work/changed)" = "$want" ] || fail "a check of a changed watch list and log option: $(cat $work/changed)"
+[ "$(starts)" -eq $n ] || fail "the check restarted temhostd"
+play --tags temhostd_configure -e @$work/more.yml
+[ "$(cat $work/changed)" = "$want" ] || fail "a changed watch list and log option changed: $(cat $work/changed)"
 [ "$(starts)" -eq $((n + 1)) ] || fail "temhostd started $(($(starts) - n)) times, not once"
 # A new pass phrase for one user: that user alone is made again, in snmpd's
 # store, which it writes only while stopped (which stops temhostd too).

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The pytest side of the agent bed (scripts/agent_bed.py), inside the
+"""The pytest side of the agent bed (scripts/beds/agent_bed.py), inside the
 private namespaces of run.sh. Every test gets fresh tmpfs state; everything
 started is stopped again."""
 
@@ -9,7 +9,8 @@ import time
 
 import pytest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts"))
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts",
+                                "beds"))
 from agent_bed import *  # noqa: E402,F401,F403  (the tests import the bed's names from here)
 from agent_bed import Bed, SnmpError, get_ms, set_  # noqa: E402
 

@@ -12,7 +12,7 @@ import urllib.error
 import urllib.request
 
 from conftest import ROOT, SOURCE, Process, get, octets, table_rows, wait_for
-from fleet import debian13_tools, exporter_module
+from fleet_bed import debian13_tools, exporter_module
 
 CONTRIB = os.path.join(SOURCE, "contrib", "prometheus")
 FS, CPU, SW = ROOT + ".2.4.1.1", ROOT + ".2.3.1.1", ROOT + ".2.7.2.1"

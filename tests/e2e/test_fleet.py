@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Three hosts of the fleet bed (scripts/fleet.py) behind one exporter and
+"""Three hosts of the fleet bed (scripts/beds/fleet_bed.py) behind one exporter and
 one Prometheus with the shipped alerts, their `for:` shortened: an alert
 names the host at fault and no other, and ends when it is put right.
 Headless Chromium renders the console pages through a proxy that lets only
@@ -22,7 +22,8 @@ import urllib.request
 import pytest
 
 from conftest import BUILD, wait_for
-from fleet import APP, PROMETHEUS, SPOOL, Fleet, debian13_tools
+from fleet_bed import PROMETHEUS, Fleet, debian13_tools
+from fleet_host import APP, SPOOL
 
 CHROMIUM = ["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
             "--no-first-run", "--disable-background-networking", "--disable-component-update",

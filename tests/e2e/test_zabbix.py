@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The Zabbix template (contrib/zabbix) in Debian's own Zabbix servers
-(scripts/zabbix_bed.py). Debian 12's Zabbix 6.0 monitors two hosts of the
-fleet bed (scripts/fleet.py): its items carry what snmpget reads, also once
+(scripts/beds/zabbix_bed.py). Debian 12's Zabbix 6.0 monitors two hosts of the
+fleet bed (scripts/beds/fleet_bed.py): its items carry what snmpget reads, also once
 the daemon has renumbered the file system rows and no discovery has run
 since, and a stopped watched process or a filled spool raises its trigger
 on that host alone, which ends when it is put right. Debian 13's Zabbix 7.0
@@ -15,7 +15,8 @@ import pytest
 import yaml
 
 from conftest import BUILD, SOURCE, wait_for
-from fleet import APP, SPOOL, Fleet
+from fleet_bed import Fleet
+from fleet_host import APP, SPOOL
 from zabbix_bed import Zabbix
 
 TEMPLATE = os.path.join(SOURCE, "contrib", "zabbix", "temhostd_by_snmp.yaml")

@@ -64,7 +64,7 @@ master=$!
 wait_until value public 1.3.6.1.2.1.1.3.0 || { cat /run/snmpd.log; fail "snmpd did not start"; }
 $(sed -n 's/^ExecStart=//p' "$UNIT") &
 daemon=$!
-wait_until answers $(awk '!/^#/ && NF { print $1 }' "$here/../../scripts/ready-oids") ||
+wait_until answers $(awk '!/^#/ && NF { print $1 }' "$here/../../scripts/beds/ready-oids") ||
     fail "the daemon's objects do not answer through snmpd"
 out=$(snmpwalk -v2c -c meadow -On 127.0.0.1 .1 2>&1) && printf '%s\n' "$out" | grep -q "^\.$ROOT\." &&
     ! printf '%s\n' "$out" | grep '^\.' | grep -qv '^\.1\.3\.6\.1\.4\.1\.32473\.' || fail "meadow's view: $out"

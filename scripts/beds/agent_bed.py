@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 """The one agent bed: Debian's snmpd as AgentX master (configured from
-scripts/master-base.conf), temhostd as its subagent, snmptrapd as receiver
+master-base.conf, beside it), temhostd as its subagent, snmptrapd as receiver
 and Net-SNMP's tools as the manager, inside a private host
 (scripts/in-private-host.sh). The end-to-end tests, bench/run-all, the demo
 and the fleet bed all start their agents here.
@@ -23,7 +23,7 @@ import sys
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-SOURCE = os.path.dirname(HERE)
+SOURCE = os.path.dirname(os.path.dirname(HERE))
 ROOT, AGENT = "1.3.6.1.4.1.32473.11", "127.0.0.1"
 RO_COMMUNITY, RW_COMMUNITY = "meadow", "harbor"
 SYS_UPTIME = "1.3.6.1.2.1.1.3.0"
@@ -31,7 +31,7 @@ FRESH_DIRS = ["/run", "/var/agentx", "/var/sma_snmp", "/var/lib/snmp", "/var/log
 
 
 def _listed(name):
-    """The first word of each line of a file of scripts/ that is not a comment."""
+    """The lines of a file beside this one that are not comments."""
     with open(os.path.join(HERE, name)) as f:
         return [l for l in f if l.split() and not l.startswith("#")]
 
@@ -173,7 +173,7 @@ def hung_fuse_mount(path):
 
 
 def start_slow_fuse(paths, delay_ms):
-    """scripts/slow_fuse.py serving paths, once they are all mounted; its
+    """slow_fuse.py serving paths, once they are all mounted; its
     stop() unmounts them."""
     p = Process(["/usr/bin/python3", os.path.join(HERE, "slow_fuse.py"), str(delay_ms), *paths],
                 None)
@@ -253,7 +253,7 @@ class Bed:
 
     def slow_mounts(self, paths, delay_ms):
         """Live FUSE mounts at paths answering after delay_ms
-        (scripts/slow_fuse.py), unmounted by close()."""
+        (slow_fuse.py), unmounted by close()."""
         self.slow_fuse = start_slow_fuse(paths, delay_ms)
 
     def start_master(self, extra_conf="", base_conf=MASTER_CONF, probe_community=RO_COMMUNITY):
