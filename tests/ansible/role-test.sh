@@ -22,7 +22,16 @@
 # Usage: tests/ansible/role-test.sh SUITE DEB_DIR   (as root)
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
-fail() { echo "role-test: FAIL: $*" >&2; exit 1; }
+# A failure inside the container shows what its systemd saw.
+fail() {
+    echo "role-test: FAIL: $*" >&2
+    if [ -n "${init:-}" ] && kill -0 "$init" 2>/dev/null; then
+        echo "role-test: the container's failed units and last journal lines:" >&2
+        ct systemctl --failed --no-legend --no-pager >&2 || true
+        ct journalctl -n 80 --no-pager -o short-monotonic >&2 || true
+    fi
+    exit 1
+}
 if [ "${TEMHOSTD_ROLE_TEST_INSIDE:-}" != 1 ]; then
     suite=$1
     shift
