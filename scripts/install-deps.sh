@@ -21,10 +21,16 @@ PKGS="$PKGS prometheus chromium fonts-dejavu-core python3-yaml"
 PKGS="$PKGS icinga2-bin icinga2-common"
 # The Ansible role's checks and its test in a systemd-nspawn container.
 PKGS="$PKGS ansible-core ansible-lint yamllint debootstrap systemd-container"
-# The Zabbix template's test: Zabbix 6.0's server and frontend, whose API
-# PHP's own web server serves (php8.2-cgi and php8.2-cli, or apt picks
-# Apache for the frontend), on a private PostgreSQL 15 cluster.
-PKGS="$PKGS zabbix-server-pgsql zabbix-frontend-php php8.2-cgi php8.2-cli php8.2-pgsql postgresql"
+# The Zabbix template's test: the release's Zabbix server and frontend
+# (6.0 on Debian 12, 7.0 on 13), whose API PHP's own web server serves, on a
+# private PostgreSQL cluster. PHP's packages are named with the release's
+# version: the unversioned php-cgi leaves apt to pick Apache for the frontend.
+case $(. /etc/os-release && echo "${VERSION_ID:-}") in
+12) php=php8.2 ;;
+13) php=php8.4 ;;
+*) php=php$(apt-cache depends php-cgi 2>/dev/null | sed -n 's/.*Depends: php\([0-9.]*\)-cgi$/\1/p' | head -n1) ;;
+esac
+PKGS="$PKGS zabbix-server-pgsql zabbix-frontend-php $php-cgi $php-cli $php-pgsql postgresql"
 
 if [ "$(id -u)" -ne 0 ]; then
     echo "install-deps.sh: run as root" >&2
