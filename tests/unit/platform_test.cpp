@@ -327,6 +327,8 @@ TEST(PlatformMainThread, EntriesAbortOffTheMainThreadOnly) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     platform::MountProbe probe([](const char *, struct statvfs *) { return 0; },
                                platform::monotonic_ms, {});
+    // (clang-format 14 and 19 lay out lambdas in a braced list differently.)
+    // clang-format off
     const struct {
         const char *where;
         std::function<void()> call;
@@ -334,12 +336,11 @@ TEST(PlatformMainThread, EntriesAbortOffTheMainThreadOnly) {
         {"notice.cpp:[0-9]+: notice", [] { platform::notice(LOG_INFO, "a line\n"); }},
         {"offloop.cpp:[0-9]+: drain", [] { platform::offloop::drain(); }},
         {"mount_probe.cpp:[0-9]+: stat_all",
-         [&] {
-             probe.stat_all(std::vector<platform::MountId>{{"/", "dev", "fs"}});
-         }},
+         [&] { probe.stat_all(std::vector<platform::MountId>{{"/", "dev", "fs"}}); }},
         {"popen_stream.cpp:[0-9]+: reap_killed_programs", [] { platform::reap_killed_programs(); }},
         {"popen_stream.cpp:[0-9]+: PopenStream", [] { platform::PopenStream p("/bin/true"); }},
     };
+    // clang-format on
     for (const auto &e : entries) {
         SCOPED_TRACE(e.where);
         EXPECT_EXIT(
