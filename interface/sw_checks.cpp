@@ -280,8 +280,11 @@ int look_for_script(const ListOutput &names, std::string_view name) {
     if (!cut_name_runs) {
         return SWVER_STATUS_STOPPED;
     }
+    // (A named command: gcc 14 takes a reference returned beside a
+    // temporary argument for one into it.)
     ListOutput once;
-    const ListOutput &args = output_of(script_list_command(), once);
+    const std::string command = script_list_command();
+    const ListOutput &args = output_of(command, once);
     if (!args.ran) {
         return SWVER_STATUS_UNKNOWN;
     }
@@ -297,7 +300,8 @@ int look_for_script(const ListOutput &names, std::string_view name) {
 int sw_check(int check, const char *exe) {
     return platform::c_call(SWVER_STATUS_UNKNOWN, [&] {
         ListOutput once;
-        const ListOutput &out = output_of(list_command(check), once);
+        const std::string command = list_command(check);
+        const ListOutput &out = output_of(command, once);
         const int status = look_in(out, check, exe);
         if (check == CHECK_PROCESS_NAME && status == SWVER_STATUS_STOPPED &&
             strlen(exe) > COMM_MAX) {
