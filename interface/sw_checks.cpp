@@ -280,8 +280,8 @@ int look_for_script(const ListOutput &names, std::string_view name) {
     if (!cut_name_runs) {
         return SWVER_STATUS_STOPPED;
     }
-    // (A named command: gcc 14 takes a reference returned beside a
-    // temporary argument for one into it.)
+    // (The command is named: gcc 14 warns of a reference returned by a
+    // call given a temporary, as if it could point into that temporary.)
     ListOutput once;
     const std::string command = script_list_command();
     const ListOutput &args = output_of(command, once);

@@ -17,7 +17,8 @@ import signal
 import subprocess
 import sys
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "beds"))
+BEDS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "beds")
+sys.path.insert(0, BEDS)
 from fleet_bed import PROMETHEUS, Fleet  # noqa: E402
 
 
@@ -28,9 +29,8 @@ def publish(netns, port):
     fd = os.open(netns, os.O_RDONLY)
     try:
         forward = subprocess.Popen(
-            ["/usr/bin/python3", os.path.join(os.path.dirname(os.path.abspath(__file__)), "beds",
-                                              "tcp_forward.py"), "/proc/self/fd/%d" % fd, port,
-             PROMETHEUS], stdout=subprocess.PIPE, stdin=subprocess.DEVNULL, text=True,
+            ["/usr/bin/python3", os.path.join(BEDS, "tcp_forward.py"), "/proc/self/fd/%d" % fd,
+             port, PROMETHEUS], stdout=subprocess.PIPE, stdin=subprocess.DEVNULL, text=True,
             pass_fds=[fd])
     finally:
         os.close(fd)
