@@ -22,7 +22,8 @@ class Connection(Local):
 
     def exec_command(self, cmd, in_data=None, sudoable=True):
         pid = int(self._play_context.remote_addr)
-        return super().exec_command("nsenter -t %d -a %s" % (pid, cmd), in_data, sudoable)
+        # -r -w: the init's own root, also where nspawn stacked it (role-test.sh)
+        return super().exec_command("nsenter -t %d -a -r -w %s" % (pid, cmd), in_data, sudoable)
 
     # Not through the local connection's copy, which resolves /proc/PID/root.
     def put_file(self, in_path, out_path):

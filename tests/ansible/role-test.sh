@@ -71,7 +71,10 @@ nspawn=$!
 # Its init: the child of nspawn that runs systemd (an earlier one only sets up).
 wait_until pgrep -x -P $nspawn systemd || fail "no container: $(cat $work/boot.log)"
 init=$(pgrep -x -P $nspawn systemd)
-ct() { nsenter -t "$init" -a "$@"; }
+# With the init's own root: where nspawn cannot pivot_root (started from a
+# chroot) it stacks the container's root over its namespace's, which
+# entering the namespace alone does not reach.
+ct() { nsenter -t "$init" -a -r -w "$@"; }
 wait_until ct test -S /run/systemd/private &&
     ct systemctl is-system-running --wait >/dev/null || fail "the container's systemd: $(ct systemctl --failed)"
 
