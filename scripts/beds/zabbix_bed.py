@@ -83,7 +83,8 @@ class Zabbix:
         """The cluster, from the cache when it holds this root's database."""
         self.data, self.socket = self.inner + "/pg", self.inner + "/pg-socket"
         os.mkdir(self.path(self.socket))
-        sh("chown", "postgres:postgres", self.path(self.socket))
+        # The root's own postgres user: another tree's ids need not be ours.
+        sh(*self.command(["chown", "postgres:postgres", self.socket]))
         self.pg = sorted(glob.glob(self.path("/usr/lib/postgresql/*/bin")))[-1][len(self.root.rstrip("/")):]
         cached = cache_path(self.root, self.pg)
         if os.path.exists(cached):
@@ -97,7 +98,7 @@ class Zabbix:
         """A fresh database with the schema and Debian's data (about 30 s on
         an idle machine, minutes on a busy one)."""
         os.mkdir(self.path(self.data))
-        sh("chown", "postgres:postgres", self.path(self.data))
+        sh(*self.command(["chown", "postgres:postgres", self.data]))
         sh(*self.command([self.pg + "/initdb", "-D", self.data, "-A", "trust", "-U", "postgres",
                           "--no-sync"], "postgres"))
         self.start_postgres()
