@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Sourced by role-test.sh once the role has set the daemon up: the package's
 # confined unit against the same daemon unconfined, on the same container.
-# Uses role-test.sh's ct, v3, play, main_pid, fail, $work and $here.
+# Uses role-test.sh's ct, fail, $work, $init and $priv.
 #
 # With the confined unit: a process of another user known only by its
 # executable (its command name is cut at 15 characters), a kernel module
@@ -14,9 +14,7 @@
 # averages, the free physical and paging memory and the start time
 # (vorHoConfigChangedDate). Traps reach a destination on another loopback
 # address (snmptrapd there). No denied system call
-# (status=31/SYS) in the journal, no restart. Last, state absent takes the
-# role's users out of snmpd's store, and no process list sampled while the
-# playbook runs shows a pass phrase.
+# (status=31/SYS) in the journal, no restart.
 
 sub=1.3.6.1.4.1.32473.11
 # The command name is "temhostd-watche": only the executable's name matches.
@@ -101,18 +99,3 @@ kill $trapd
 trapd=
 ct sh -c "pkill -x -f '/usr/local/bin/$long infinity'; umount /srv/locked/inner;
     rm /etc/snmp/snmpd.conf.d/zz-confinement.conf"
-
-# The role's users gone from snmpd's store with state absent, made again
-# with present; ps -eo args in the container sampled all the while.
-: >$work/ps
-# (It ends too when the container or $work is gone.)
-(while [ ! -e $work/ps.stop ] && ct ps -eo args >>$work/ps; do sleep 0.1; done) 2>/dev/null &
-sampler=$!
-play -e @$work/more.yml -e @$work/new.yml -e temhostd_state=absent
-ct grep -E '^(usmUser|createUser)' /var/lib/snmp/snmpd.conf &&
-    fail "state absent left users in snmpd's store"
-play -e @$work/more.yml -e @$work/new.yml
-touch $work/ps.stop
-wait $sampler
-[ "$(grep -c . $work/ps)" -gt 100 ] || fail "too few process lists sampled"
-! grep -e auth-word -e priv-word $work/ps || fail "a pass phrase in a process list"

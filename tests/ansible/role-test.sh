@@ -10,14 +10,18 @@
 # directory and the package bound in at their own paths.
 # Check mode on the fresh container changes nothing; the first run installs
 # the .deb copied from here (snmpd and procps from the container's apt
-# cache), the second changes nothing; another watch list and log option,
-# checked and then made with the configure tag alone, change just those and
-# restart once. Then through the
-# container's systemd: the package's daemon runs, the role's SNMPv3 users
-# work (the daemon's own for its status array), reload keeps the pid and
-# reopens the log, the watchdog kills a stopped daemon and systemd starts it
-# again; no pass phrase reaches the output, and the controller warns of
-# nothing; state absent purges and the managers' community is gone.
+# cache), the second changes nothing; another watch list (a unit), file
+# system exclusions and log option, checked and then made with the
+# configure tag alone, change just those and restart once; a new pass
+# phrase makes that user again. Then through the container's systemd: the
+# package's daemon runs, the role's SNMPv3 users work (the daemon's own for
+# its status array), the unit's row follows the unit, reload keeps the pid
+# and reopens the log, a hung mount all the while leaves the watchdog
+# quiet, the watchdog kills a stopped daemon and systemd starts it again;
+# the confined unit answers as the same daemon unconfined; state absent
+# purges, the managers' community is gone, an apt repository installs
+# again; no pass phrase reaches the output or a process list, and the
+# controller warns of nothing.
 #
 # Usage: tests/ansible/role-test.sh SUITE DEB_DIR   (as root)
 set -eu
@@ -61,6 +65,9 @@ shift
 
 . "$here/../../scripts/agent-probes.sh"
 work=$(mktemp -d)
+began=$(date +%s)
+# Where the time goes, in the log.
+at() { echo "role-test: $(($(date +%s) - began)) s: $*"; }
 init=
 trapd=
 # (snmptrapd runs outside the container: the container's end does not end it.)
@@ -128,7 +135,19 @@ play
 play
 grep -q "^$suite *: ok=[0-9]* *changed=0 .*failed=0 " $work/out || { cat $work/out; fail "the second run changed"; }
 n=$(starts)
-echo '{temhostd_log: file, temhostd_software_watch: [{kind: utility, prefix: procps, process: none}]}' >$work/more.yml
+# A real unit of the container's systemd for the watch list (unit-watch-check.sh).
+ct sh -c 'cat >/etc/systemd/system/pasture-feeder.service' <<'END'
+[Unit]
+Description=A service the role test stops and starts
+[Service]
+ExecStart=/bin/sleep infinity
+END
+ct systemctl daemon-reload
+ct systemctl start pasture-feeder
+cat >$work/more.yml <<'END'
+{temhostd_log: file, temhostd_software_watch: [{kind: utility, prefix: procps, unit: pasture-feeder}],
+ temhostd_fs_exclude_types: [tmpfs], temhostd_fs_exclude_paths: ["/run/*"]}
+END
 # Checked first, then made by the configure part alone: both report the
 # two files and one restart; the check restarts nothing.
 want="Write the watch list and the local queries' SNMPv3 settings
@@ -151,6 +170,7 @@ Start snmpd
 Run snmpd and temhostd, now and at boot" ] || fail "a changed pass phrase changed: $(cat $work/changed)"
 ! v3 get 1.3.6.1.2.1.1.3.0 >/dev/null 2>&1 || fail "fleet's old pass phrase still works"
 priv=fleet-priv-word2
+at "plays done"
 
 ct systemctl is-active --quiet temhostd || fail "temhostd is not active"
 # The one package, built on Debian 12, runs here with this release's
@@ -170,25 +190,34 @@ pasture | grep -q Timeticks || fail "the community pasture does not read"
 ct sh -c 'mkdir /run/client && sed "1,/^\[snmp\]/d" /etc/snmp/temhostd.conf >/run/client/snmp.conf &&
     SNMPCONFPATH=/run/client snmpget -t 2 127.0.0.1 1.3.6.1.4.1.32473.11.2.2.1.0' | grep -q STRING ||
     fail "the daemon's SNMPv3 settings do not read through the master"
+
+# A hung file system inside the container, from here until the watchdog's
+# time has passed over the checks between: the daemon answers and the
+# watchdog leaves it alone.
+# (Calls on the mount wait until its descriptor, held by the sleep, closes.)
+pid=$(main_pid)
+ct sh -c 'mkdir -p /mnt/hung && echo $$ >/run/hung.pid && exec 3<>/dev/fuse &&
+    mount -t fuse.hung -o fd=3,rootmode=40000,user_id=0,group_id=0 hung /mnt/hung && exec sleep infinity' &
+wait_until ct grep -q ' /mnt/hung ' /proc/mounts || fail "no hung mount"
+# (The table's first walk since the start: it asks every mount now.)
+v3 walk 1.3.6.1.4.1.32473.11.2.4 >/dev/null || fail "the file system walk failed beside a hung mount"
+hung=$(date +%s)
+
 . "$here/unit-watch-check.sh"
 
-pid=$(main_pid)
 ct mv /var/log/snmpd.log /var/log/snmpd.log.1
 ct systemctl reload temhostd || fail "systemctl reload temhostd"
 wait_until ct test -e /var/log/snmpd.log || fail "reload did not reopen the log"
 [ "$(main_pid)" = "$pid" ] || fail "reload changed the pid"
 
-# A hung file system inside the container: the daemon answers and the
-# watchdog leaves it alone.
-# (Calls on the mount wait until its descriptor, held by the sleep, closes.)
-ct sh -c 'mkdir -p /mnt/hung && echo $$ >/run/hung.pid && exec 3<>/dev/fuse &&
-    mount -t fuse.hung -o fd=3,rootmode=40000,user_id=0,group_id=0 hung /mnt/hung && exec sleep infinity' &
-wait_until ct grep -q ' /mnt/hung ' /proc/mounts || fail "no hung mount"
-v3 walk 1.3.6.1.4.1.32473.11.2.4 >/dev/null || fail "the file system walk failed beside a hung mount"
-sleep 35 # past WatchdogSec
+left=$((hung + 35 - $(date +%s))) # past WatchdogSec
+[ $left -le 0 ] || sleep $left
 [ "$(main_pid)" = "$pid" ] || fail "a hung mount got the daemon killed"
 v3 get 1.3.6.1.4.1.32473.11.2.2.1.0 | grep -q STRING || fail "no answer beside a hung mount"
+ct cat /var/log/snmpd.log.1 /var/log/snmpd.log | grep -q 'File system /mnt/hung does not answer' ||
+    fail "the hung mount was not named in the log"
 ct sh -c 'kill $(cat /run/hung.pid) && umount -l /mnt/hung'
+at "hung mount checks done"
 
 ct kill -STOP "$pid"
 start=$(date +%s)
@@ -197,13 +226,21 @@ until [ "$(main_pid)" != "$pid" ] && ct systemctl is-active --quiet temhostd; do
     sleep 1
 done
 ct journalctl -u temhostd | grep -q 'Watchdog timeout' || fail "not killed by the watchdog"
-echo "role-test: restarted $(($(date +%s) - start)) s after SIGSTOP"
+at "restarted $(($(date +%s) - start)) s after SIGSTOP"
 
 . "$here/confinement-checks.sh"
-! grep -e auth-word -e priv-word $work/all || fail "a pass phrase reached ansible's output"
-! grep -A3 -e '\[WARNING\]' -e '\[DEPRECATION WARNING\]' $work/all || fail "ansible-playbook warned"
+at "confinement checks done"
+
+# State absent purges and takes the role's users out of snmpd's store;
+# the install from the apt repository below makes them again. No process
+# list sampled in the container all the while shows a pass phrase.
+: >$work/ps
+# (It ends too when the container or $work is gone.)
+(while [ ! -e $work/ps.stop ] && ct ps -eo args >>$work/ps; do sleep 0.1; done) 2>/dev/null &
+sampler=$!
 play -e temhostd_state=absent
 ! ct dpkg -s temhostd >/dev/null 2>&1 || fail "temhostd is still installed"
+ct grep -E '^(usmUser|createUser)' /var/lib/snmp/snmpd.conf && fail "state absent left users in snmpd's store"
 ct test ! -e /etc/snmp/snmpd.conf.d/temhostd-managers.conf || fail "the drop-in is still there"
 pasture | grep -q Timeout || fail "snmpd still answers the community pasture"
 ct systemctl is-active --quiet snmpd || fail "snmpd is gone"
@@ -217,4 +254,10 @@ ct rm /etc/apt/sources.list
 play -e '{"temhostd_deb": "", "temhostd_apt_repository": "deb [trusted=yes] file:/srv/repo ./", "temhostd_local_user": null}'
 ct systemctl is-active --quiet temhostd || fail "temhostd from the repository is not active"
 [ "$(ct stat -c %a /etc/snmp/temhostd.conf)" = 644 ] || fail "temhostd.conf without pass phrases is not 0644"
-echo "role-test: ok"
+touch $work/ps.stop
+wait $sampler
+[ "$(grep -c . $work/ps)" -gt 100 ] || fail "too few process lists sampled"
+! grep -e auth-word -e priv-word $work/ps || fail "a pass phrase in a process list"
+! grep -e auth-word -e priv-word $work/all || fail "a pass phrase reached ansible's output"
+! grep -A3 -e '\[WARNING\]' -e '\[DEPRECATION WARNING\]' $work/all || fail "ansible-playbook warned"
+at ok

@@ -1,20 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 # Sourced by role-test.sh once the role has run with the extra vars of
-# $work/more.yml and $work/new.yml: a real unit of the container's systemd,
-# watched through the role's "unit:" entry, reads 2, then 3 after a stop,
-# then 2 after a start; the role's file system exclusions leave the tmpfs
-# mounts out of the table. Uses ct, play, v3, fail and $work of role-test.sh.
-ct sh -c 'cat >/etc/systemd/system/pasture-feeder.service' <<'END'
-[Unit]
-Description=A service the role test stops and starts
-[Service]
-ExecStart=/bin/sleep infinity
-END
-ct systemctl daemon-reload
-ct systemctl start pasture-feeder
-echo '{temhostd_software_watch: [{kind: utility, prefix: procps, unit: pasture-feeder}],
-    temhostd_fs_exclude_types: [tmpfs], temhostd_fs_exclude_paths: ["/run/*"]}' >$work/units.yml
-play -e @$work/more.yml -e @$work/new.yml -e @$work/units.yml
+# $work/more.yml: a real unit of the container's systemd (pasture-feeder,
+# which role-test.sh made and started), watched through the role's "unit:"
+# entry, reads 2, then 3 after a stop, then 2 after a start; the role's file
+# system exclusions leave the tmpfs mounts out of the table. Uses ct, v3 and
+# fail of role-test.sh.
 ct grep -qx 'softwareWatch utility procps unit pasture-feeder' /etc/snmp/temhostd.conf ||
     fail "no unit line in temhostd.conf"
 # The row's state; polling is off, so a walk rebuilds at most every 15 s.
