@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Sourced by role-test.sh once the role has set the daemon up: the package's
 # confined unit against the same daemon unconfined, on the same container.
-# Uses role-test.sh's ct, fail, $work, $init and $priv.
+# Uses role-test.sh's ct, unit, fail, $work, $init and $priv.
 #
 # With the confined unit: a process of another user known only by its
 # executable (its command name is cut at 15 characters), a kernel module
@@ -39,7 +39,7 @@ MIBS= nsenter -t "$init" -n /usr/sbin/snmptrapd -f -C -c $work/trapd.conf -Lf $w
 trapd=$!
 wait_until grep -q NET-SNMP $work/traps.log || fail "no snmptrapd on 127.0.0.2"
 ct systemctl reload snmpd
-ct systemctl restart temhostd || fail "the confined daemon does not start: $(ct journalctl -u temhostd | tail)"
+unit restart temhostd || fail "the confined daemon does not start: $(ct journalctl -u temhostd | tail)"
 
 set_() { ct snmpset -v2c -c tests -t 2 127.0.0.1 "$@" >/dev/null || fail "SET $*"; }
 # The system role: kept in the persistent file, read back by the next start.
@@ -86,7 +86,7 @@ ct systemd-run -q --unit=temhostd-plain -p Type=notify -p NotifyAccess=main \
     fail "the unconfined daemon does not start"
 walk >$work/plain
 ct systemctl stop temhostd-plain
-ct systemctl start temhostd
+unit start temhostd || fail "the confined daemon does not start again"
 diff $work/plain $work/confined || fail "the confined daemon answers otherwise (above: - unconfined, + confined)"
 
 # The operator's text: a trap to 127.0.0.2 after 2 s.

@@ -82,8 +82,30 @@ init=$(pgrep -x -P $nspawn systemd)
 # chroot) it stacks the container's root over its namespace's, which
 # entering the namespace alone does not reach.
 ct() { nsenter -t "$init" -a -r -w "$@"; }
-wait_until ct test -S /run/systemd/private &&
-    ct systemctl is-system-running --wait >/dev/null || fail "the container's systemd: $(ct systemctl --failed)"
+# systemd inside these containers, on a host with the legacy cgroup
+# hierarchy, at times fails to start a unit a while after its stop (status
+# 219/CGROUP, "Failed to attach to cgroup"): such a start is tried again,
+# twice at most; any other failure is the test's. (The role does the same
+# for snmpd.) Usage: unit start|restart UNIT
+unit() {
+    for try in 1 2 3; do
+        ct systemctl "$1" "$2" && return 0
+        [ "$(ct systemctl show -p ExecMainStatus --value "$2")" = 219 ] || return 1
+        echo "role-test: $2 could not attach to its control group; again" >&2
+        sleep 2
+    done
+    return 1
+}
+wait_until ct test -S /run/systemd/private || fail "no systemd in the container"
+# Booted: running, or degraded by a unit that has no part here (seen once:
+# systemd-remount-fs on the volatile root), which the log names; what the
+# role needs is checked below.
+state=$(ct systemctl is-system-running --wait) || true
+case $state in
+running) ;;
+degraded) echo "role-test: booted with failed units:" $(ct systemctl --failed --no-legend --plain | cut -d' ' -f1) ;;
+*) fail "the container's systemd: $state $(ct systemctl --failed)" ;;
+esac
 
 cat >$work/hosts <<END
 $suite ansible_host=$init ansible_connection=nsenter ansible_become=false ansible_python_interpreter=/usr/bin/python3
@@ -140,10 +162,11 @@ ct sh -c 'cat >/etc/systemd/system/pasture-feeder.service' <<'END'
 [Unit]
 Description=A service the role test stops and starts
 [Service]
+Type=exec
 ExecStart=/bin/sleep infinity
 END
 ct systemctl daemon-reload
-ct systemctl start pasture-feeder
+unit start pasture-feeder || fail "pasture-feeder does not start"
 cat >$work/more.yml <<'END'
 {temhostd_log: file, temhostd_software_watch: [{kind: utility, prefix: procps, unit: pasture-feeder}],
  temhostd_fs_exclude_types: [tmpfs], temhostd_fs_exclude_paths: ["/run/*"]}
@@ -219,14 +242,25 @@ ct cat /var/log/snmpd.log.1 /var/log/snmpd.log | grep -q 'File system /mnt/hung 
 ct sh -c 'kill $(cat /run/hung.pid) && umount -l /mnt/hung'
 at "hung mount checks done"
 
+# The watchdog kills a stopped daemon and systemd starts it again: the
+# daemon pings at half of what systemd gives it, so a shorter WatchdogSec
+# (a runtime drop-in, gone before the confinement checks) tests the same
+# in a fifth of the time; the hung mount above had the package's.
+ct sh -c 'mkdir -p /run/systemd/system/temhostd.service.d &&
+    printf "[Service]\nWatchdogSec=6s\n" >/run/systemd/system/temhostd.service.d/watchdog.conf'
+ct systemctl daemon-reload
+unit restart temhostd || fail "temhostd does not start with WatchdogSec=6s"
+pid=$(main_pid)
 ct kill -STOP "$pid"
 start=$(date +%s)
 until [ "$(main_pid)" != "$pid" ] && ct systemctl is-active --quiet temhostd; do
-    [ $(($(date +%s) - start)) -le 45 ] || fail "a stopped daemon was not restarted within 45 s"
+    [ $(($(date +%s) - start)) -le 30 ] || fail "a stopped daemon was not restarted within 30 s"
     sleep 1
 done
 ct journalctl -u temhostd | grep -q 'Watchdog timeout' || fail "not killed by the watchdog"
 at "restarted $(($(date +%s) - start)) s after SIGSTOP"
+ct rm -r /run/systemd/system/temhostd.service.d
+ct systemctl daemon-reload
 
 . "$here/confinement-checks.sh"
 at "confinement checks done"
